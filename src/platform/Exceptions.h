@@ -1,0 +1,21 @@
+// The framework's exceptions, thrown by pointer. Memory exceptions are thrown as
+// a pointer to one static object whose Delete() does nothing, so a catch site
+// that calls Delete() (or forgets to) never leaks.
+#pragma once
+#include "Export.h"
+#include "platform/Object.h"
+
+class QORIMG_API CException : public CObject {
+public:
+  explicit CException(bool autoDelete = true) : autoDelete_(autoDelete) {}
+  void Delete();
+private:
+  bool autoDelete_;
+};
+
+class QORIMG_API CMemoryException : public CException {
+public:
+  CMemoryException() : CException(false) {}
+};
+
+[[noreturn]] QORIMG_API void AfxThrowMemoryException();
