@@ -1,0 +1,3 @@
+#include "platform/Object.h"
+
+CObject::~CObject() = default;
