@@ -1,0 +1,106 @@
+// Whole-image edits that change values: cutting to the levels, bringing all
+// planes to one zero-based scale, and the threshold family.
+#include <new>
+#include "core/LmrImage.h"
+#include "core/OperatorFrame.h"
+#include "core/PlaneRoutes.h"
+
+void CLmrImage::CutOutOfLevel() {
+  for (int p = 0; p < GetPlanes(); ++p) {
+    const float lo = static_cast<float>(LevelMin[p]);
+    const float hi = static_cast<float>(LevelMax[p]);
+    const int width = GetWidth();
+    qorimg::ParallelLines(0, GetHeight(), [&](int y) {
+      float *line = GetImageAdr(0, y, p);
+      for (int x = 0; x < width; ++x) {
+        if (line[x] < lo) line[x] = lo;
+        else if (line[x] > hi) line[x] = hi;
+      }
+    });
+  }
+}
+
+// Every plane to the range of plane 0, starting at zero:
+// v -> max(0, (v - lo) * r0 / r), evaluated in this order in float.
+void CLmrImage::CutOutOfZeroLevel() {
+  const float r0 = static_cast<float>(LevelMax[0]) - static_cast<float>(LevelMin[0]);
+  if (qorimg::IsWholePlane(*this)) {
+    std::unique_ptr<CLmrImage> target = CloneWithoutImage();
+    if (!target) return;
+    for (int p = 0; p < GetPlanes(); ++p) {
+      const float lo = static_cast<float>(LevelMin[p]), hi = static_cast<float>(LevelMax[p]);
+      const float r = hi - lo;
+      target->CImage::SetLevel(p, 0.0, r * r0 / r);
+      qorimg::CutOutOfZeroLevelPlane(*this, p, lo, r, r0, *target);
+    }
+    CImage::Swap(*target);
+    return;
+  }
+  for (int p = 0; p < GetPlanes(); ++p) {
+    const float lo = static_cast<float>(LevelMin[p]), hi = static_cast<float>(LevelMax[p]);
+    const float r = hi - lo;
+    CImage::SetLevel(p, 0.0, r * r0 / r);
+    const int width = GetWidth();
+    qorimg::ParallelLines(0, GetHeight(), [&](int y) {
+      float *line = GetImageAdr(0, y, p);
+      for (int x = 0; x < width; ++x) {
+        const float v = (line[x] - lo) * r0 / r;
+        line[x] = v > 0.0f ? v : 0.0f;
+      }
+    });
+  }
+}
+
+namespace {
+bool Holds(CLmrImage::ThresholdTest test, float v, float threshold) {
+  switch (test) {
+    case CLmrImage::ThresholdEq: return v == threshold;
+    case CLmrImage::ThresholdNeq: return v != threshold;
+    case CLmrImage::ThresholdGt: return v > threshold;
+    case CLmrImage::ThresholdLt: return v < threshold;
+    case CLmrImage::ThresholdLeq: return v <= threshold;
+  }
+  return false;
+}
+}  // namespace
+
+// Replaces the samples that pass the test by `value`; plane -1 does each plane in
+// turn. On contiguous planes the pipeline works on the plane it is given. The
+// line loop always works on plane 0, whatever `plane` says: on block-stored
+// images a threshold on plane 1 or 2 changes plane 0.
+void CLmrImage::Threshold(ThresholdTest test, int plane, float threshold, float value) {
+  if (plane < 0) {
+    for (int p = 0; p < GetPlanes(); ++p) Threshold(test, p, threshold, value);
+    return;
+  }
+  if (qorimg::IsWholePlane(*this)) {
+    try {
+      qorimg::ThresholdPlane(*this, plane, test, threshold, value);
+      return;
+    } catch (const std::bad_alloc &) {
+      // On to the line loop.
+    }
+  }
+  const int width = GetWidth();
+  for (int y = 0; y < GetHeight(); ++y) {
+    float *line = GetImageAdr(0, y, 0);
+    for (int x = 0; x < width; ++x)
+      if (Holds(test, line[x], threshold)) line[x] = value;
+  }
+}
+
+void CLmrImage::ThresholdEqual(int plane, float threshold, float value) {
+  Threshold(ThresholdEq, plane, threshold, value);
+}
+void CLmrImage::ThresholdNotEqual(int plane, float threshold, float value) {
+  Threshold(ThresholdNeq, plane, threshold, value);
+}
+void CLmrImage::ThresholdGreaterThan(int plane, float threshold, float value) {
+  Threshold(ThresholdGt, plane, threshold, value);
+}
+void CLmrImage::ThresholdLessThan(int plane, float threshold, float value) {
+  Threshold(ThresholdLt, plane, threshold, value);
+}
+void CLmrImage::ThresholdLessThanEqual(int plane, float threshold, float value) {
+  Threshold(ThresholdLeq, plane, threshold, value);
+}
