@@ -1,0 +1,87 @@
+// Shared fixtures: run an operator test on every route with one line of set-up.
+//
+//   class MyOpTest : public qorimg::test::RouteTest {};
+//   QORIMG_ALL_ROUTES(MyOpTest);
+//   TEST_P(MyOpTest, Something) { auto img = MakeImage(37, 5, 3); ... }
+//
+// The routes: whole-plane store (kernel pipelines), block store with the vector
+// loops, block store with the plain loops, and a whole-plane store forced onto
+// the line loops (so that the line loops also run over contiguous planes).
+#pragma once
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+#include <gtest/gtest.h>
+#include "core/LmrImage.h"
+#include "core/OperatorFrame.h"
+
+namespace qorimg::test {
+
+enum class StoreKind { WholePlane, Block };
+
+struct RouteCase {
+  std::string name;
+  StoreKind store;
+  bool vector;      // CQorSys::SIMD() reports the 128-bit vector bit
+  bool forceBlock;  // line loops even on whole-plane images
+  Route Expected(bool operatorHasVector) const;
+};
+
+std::vector<RouteCase> AllRoutes();
+std::string RouteName(const ::testing::TestParamInfo<RouteCase> &info);
+
+std::shared_ptr<CVmManager> MakeManager(StoreKind kind);
+
+using PixelFunction = std::function<float(int x, int y, int plane)>;
+
+// A float image of the given size on `manager`, levels 0..1000 per plane, filled
+// by `fill` (a deterministic pattern when none is given).
+std::unique_ptr<CLmrImage> MakeImage(const std::shared_ptr<CVmManager> &manager, int width, int height,
+                                     int planes, const PixelFunction &fill = nullptr);
+void FillImage(CLmrImage &image, const PixelFunction &fill);
+float Pattern(int x, int y, int plane);
+// All samples of one plane, line after line.
+std::vector<float> ReadPlane(const CLmrImage &image, int plane);
+// Bitwise comparison of every sample (NaN equals NaN); reports the first difference.
+::testing::AssertionResult SamePixels(const CLmrImage &a, const CLmrImage &b);
+
+// Applies the route's vector and block settings for the test's length.
+class RouteTest : public ::testing::TestWithParam<RouteCase> {
+protected:
+  void SetUp() override;
+  void TearDown() override;
+  const RouteCase &Case() const { return GetParam(); }
+  std::shared_ptr<CVmManager> Manager() const { return manager_; }
+  std::unique_ptr<CLmrImage> MakeImage(int width, int height, int planes, const PixelFunction &fill = nullptr) const {
+    return test::MakeImage(manager_, width, height, planes, fill);
+  }
+
+private:
+  std::shared_ptr<CVmManager> manager_;
+};
+
+// Records every message sent or posted to a window, for the progress protocol.
+class MessageRecorder {
+public:
+  MessageRecorder();
+  ~MessageRecorder();
+  HWND Window() const { return hwnd_; }
+  struct Entry {
+    unsigned message;
+    unsigned long long wParam;
+    long long lParam;
+    std::wstring text;
+  };
+  // Dispatches what was posted to this thread's queue for the window.
+  void Pump();
+  std::vector<Entry> entries;
+
+private:
+  HWND hwnd_;
+};
+
+}  // namespace qorimg::test
+
+#define QORIMG_ALL_ROUTES(Suite) \
+  INSTANTIATE_TEST_SUITE_P(Routes, Suite, ::testing::ValuesIn(::qorimg::test::AllRoutes()), ::qorimg::test::RouteName)
