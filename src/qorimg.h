@@ -1,0 +1,13 @@
+// qorimg: the image-processing engine for astronomical frames.
+// Include this one header to use the library: images (CLmrImage) on a store made
+// by CreateWholePlaneManager() or CreateBlockManager(), and the operators.
+#pragma once
+#include "core/ImgCalculation.h"
+#include "core/LmrImage.h"
+#include "core/OperatorFrame.h"
+#include "platform/Diagnostics.h"
+#include "platform/Messages.h"
+#include "sibling/Progress.h"
+#include "sibling/QorSys.h"
+#include "sibling/Registry.h"
+#include "sibling/VmManager.h"
