@@ -206,7 +206,32 @@ public:
 
   enum ThresholdTest { ThresholdEq, ThresholdNeq, ThresholdGt, ThresholdLt, ThresholdLeq };
 
+  // Statistics: histograms with their dither, minimum, maximum, averages,
+  // centroids and bright pixels. Whole-plane images take kernel pipelines, and
+  // on several points the two routes answer differently (see each member).
+  int GetHistogram(int *const pHist, int nBins, double fMin, double fMax, int nPlane, int bLog, int bHeight,
+                   int bCull, CRect *rect, int bProgress, int idMessage);
+  int GetHistogramRGB(int *const pRed, int *const pGreen, int *const pBlue, int nBins, double fMin, double fMax,
+                      double *const, double *const, int bLog, int bHeight, int bCull, CRect *rect, int bProgress,
+                      int idMessage);
+  void CalcMinMax();
+  void CalcMinMax(int nMargin);
+  float GetAvrGrayRaw(int nPlane);
+  float GetAvrGray(int nPlane);
+  float GetAvrGray256f(int nPlane);
+  void GetCentroid(double &fX, double &fY, CRect *rect);
+  void GetCentroid(int &nX, int &nY, CRect *rect);
+  void GetCentroidRaw(double &fX, double &fY, CRect *rect);
+  void GetCentroidRaw(int &nX, int &nY, CRect *rect);
+  float Get1stBrighterPixel(int nPlane, CRect *rect, double fThreshold, int &nX, int &nY);
+  float GetMaxPixel(int nPlane, CRect *rect, int &nX, int &nY);
+
 protected:
+  static int GetHeightOfHistogram(int *pHist, int nBins);
+  static double HstAntialias(double fValue, double fBinsPerUnit);
+  static void HstAntialias(double r, double g, double b, double &outR, double &outG, double &outB,
+                           double fBinsPerUnit);
+
   void CopyCarriedMembers(const CLmrImage &source);
   void Threshold(ThresholdTest test, int plane, float threshold, float value);
   // Bilinear sample of `plane` at (x, y) in double, before rounding.
