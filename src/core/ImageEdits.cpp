@@ -142,13 +142,18 @@ void CLmrImage::PixelBlt(int dstX, int dstY, int width, int height, CLmrImage *s
 // contiguous planes they become copies of the last line.
 void CLmrImage::LiftUp(int lines) {
   if (lines == 0) return;
+  int done = 0;  // planes finished on the pipeline route
   if (qorimg::IsWholePlane(*this) && GetDataType() == CImage::Float32) {
-    for (int p = 0; p < GetPlanes(); ++p) qorimg::LiftUpPlane(*this, p, lines);
-    return;
+    try {
+      for (; done < GetPlanes(); ++done) qorimg::LiftUpPlane(*this, done, lines);
+      return;
+    } catch (const std::bad_alloc &) {
+      // The temporary could not be had: the remaining planes take the line loop.
+    }
   }
   const long long height = GetHeight();
   const std::size_t bytes = static_cast<std::size_t>(GetWidth()) * GetBytesPixel();
-  for (int p = 0; p < GetPlanes(); ++p)
+  for (int p = done; p < GetPlanes(); ++p)
     for (long long y = 0; y < height; ++y) {
       const long long to = y - lines;
       if (to < 0 || to >= height) continue;
