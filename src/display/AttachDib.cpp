@@ -80,7 +80,6 @@ bool CImage::AttachDIB(const std::shared_ptr<CVmManager> &manager, HDIB dib, HWN
   SetWidth(layout.width);
   SetHeight(layout.height);
   SetPlanes(planes);
-  ResizeLevels(planes);
   SetOrgBitsPixel(Source8);
   SetOrgPlanes(planes);
   if (!AllocImage(manager, lumora::ProgressWin::Create(hwnd, caption, false))) return false;

@@ -1,4 +1,4 @@
-// Windows' rasters, DIB sections and the copies between them.
+// Window rasters, DIB sections and the copies between them.
 #include "platform/DeviceContext.h"
 
 #include <algorithm>
