@@ -112,6 +112,47 @@ TEST_P(DibBlitTest, CopiesTakeTheRectangleFromEitherKindAndThePackedFormHoldsThe
   EXPECT_EQ(fromMemory.GetWidth(), 25);
 }
 
+// A block store in plain memory that can be told to fail when a block is asked for.
+class FailingStore : public CVmManager {
+public:
+  bool failing = false;
+  std::size_t GetResidentBudget() const override { return SIZE_MAX; }
+  std::size_t GetResidentBytes() const override { return 0; }
+  AllocationPolicy GetAllocationPolicy() const override { return BlockStored; }
+  long long GetLinesPerBlock(long long) const override { return 7; }
+  std::size_t GetPeakResidentBytes() const override { return 0; }
+  std::shared_ptr<CVmHandle> Allocate(long long blockSize, long long blockCount) override {
+    auto handle = std::make_shared<CVmHandle>(blockSize, blockCount, shared_from_this());
+    for (long long b = 0; b < blockCount; ++b) blocks.emplace_back(static_cast<std::size_t>(blockSize));
+    return handle;
+  }
+  void Release(CVmHandle &) override {}
+  unsigned char *LockBlock(const std::shared_ptr<CVmHandle> &h, long long block, bool readOnly) override {
+    return GetBlockOnMemory(h, block, readOnly);
+  }
+  void UnlockBlock(const CVmHandle &, long long) override {}
+  bool IsOnMemory(const CVmHandle &) const override { return true; }
+  unsigned char *GetBlockOnMemory(const std::shared_ptr<CVmHandle> &, long long block, bool) override {
+    if (failing) throw lumora::CVmMemoryAllocationError("block cannot be brought in");
+    return blocks.at(static_cast<std::size_t>(block)).data();
+  }
+
+private:
+  std::vector<std::vector<unsigned char>> blocks;  // one store only
+};
+
+TEST(DibBlitFailureTest, StretchBltReportsAStoreFailureAsZeroAndBitBltPassesItOn) {
+  auto store = std::make_shared<FailingStore>();
+  CWnd screen(20, 20, 24);
+  CPaintDC dc(&screen);
+  CVmDIB dib;
+  ASSERT_EQ(dib.Create(store, &screen, 20, 20, 0), 1);
+  EXPECT_EQ(dib.StretchBlt(&screen, &dc, 0, 0, 20, 20, 0, 0, 20, 20, SRCCOPY), 1);
+  store->failing = true;
+  EXPECT_EQ(dib.StretchBlt(&screen, &dc, 0, 0, 20, 20, 0, 0, 20, 20, SRCCOPY), 0);
+  EXPECT_THROW(dib.BitBlt(&screen, &dc, 0, 0, 20, 20, 0, 0, SRCCOPY), lumora::CVmMemoryAllocationError);
+}
+
 TEST_P(DibBlitTest, StoreBitmapCreationFailures) {
   CWnd screen(8, 8, 24);
   CVmDIB dib;

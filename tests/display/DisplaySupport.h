@@ -33,7 +33,7 @@ struct PackedCopy {
     const auto *base = static_cast<const unsigned char *>(GlobalLock(dib));
     std::memcpy(&header, base, sizeof header);
     table.resize(header.biClrUsed);
-    std::memcpy(table.data(), base + sizeof header, table.size() * sizeof(RGBQUAD));
+    if (!table.empty()) std::memcpy(table.data(), base + sizeof header, table.size() * sizeof(RGBQUAD));
     stride = DibStride(header.biWidth, header.biBitCount);
     const unsigned char *start = base + sizeof header + table.size() * sizeof(RGBQUAD);
     bits.assign(start, start + stride * header.biHeight);
