@@ -11,7 +11,9 @@ public:
   CString() = default;
   CString(const wchar_t *text) : text_(text ? text : L"") {}
   CString(std::wstring text) : text_(std::move(text)) {}
-  CString(const wchar_t *text, int length) : text_(text, static_cast<std::size_t>(length)) {}
+  // A negative length, or a null text, gives the empty text.
+  CString(const wchar_t *text, int length)
+      : text_(text ? text : L"", text && length > 0 ? static_cast<std::size_t>(length) : 0) {}
 
   static CString FromUtf8(std::string_view utf8);
   std::string ToUtf8() const;
@@ -39,7 +41,8 @@ public:
   CString Right(int n) const;
   CString &Trim();
 
-  // printf-style formatting with wide format strings.
+  // printf-style formatting with wide format strings, read as the framework reads
+  // them: %s and %c take wide arguments, %hs, %hc, %S and %C narrow ones.
   void Format(const wchar_t *format, ...);
   // Loads text `id` of the library's string table; false (and empty) when there is none.
   bool LoadString(UINT id);
