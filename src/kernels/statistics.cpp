@@ -20,20 +20,20 @@ constexpr int kReductionRows = 32;
 
 // A well-mixed hash of the plane coordinates mapped to a float in [1, 2).
 Expr UnitHash(Expr x, Expr y) {
-  Expr h = cast<uint32_t>(x) * cast<uint32_t>(0x9E3779B1u) ^ cast<uint32_t>(y) * cast<uint32_t>(0x85EBCA77u);
+  Expr h = cast<uint32_t>(x) * Expr(uint32_t{0x9E3779B1u}) ^ cast<uint32_t>(y) * Expr(uint32_t{0x85EBCA77u});
   h = h ^ (h >> 15);
-  h = h * cast<uint32_t>(0x2C1B3C6Du);
+  h = h * Expr(uint32_t{0x2C1B3C6Du});
   h = h ^ (h >> 12);
-  h = h * cast<uint32_t>(0x297A2D39u);
+  h = h * Expr(uint32_t{0x297A2D39u});
   h = h ^ (h >> 15);
-  return reinterpret<float>((h >> 9) | cast<uint32_t>(0x3F800000u));
+  return reinterpret<float>((h >> 9) | Expr(uint32_t{0x3F800000u}));
 }
 
 // The dither offset of one pixel, zero where the bins are fine (more than one
 // per unit) or the bounds make no sense.
 Expr DitherOffset(Expr x, Expr y, Expr binsPerUnit) {
   Expr u = cast<double>(UnitHash(x, y));
-  return select(binsPerUnit > 0.0 && binsPerUnit <= 1.0, (2.0 * u - 3.0) * 3.0 / binsPerUnit, 0.0);
+  return select(binsPerUnit > Expr(0.0) && binsPerUnit <= Expr(1.0), (Expr(2.0) * u - Expr(3.0)) * Expr(3.0) / binsPerUnit, Expr(0.0));
 }
 
 // The bin of a value: truncated toward zero and clamped to 0..nBins - 1, with the
@@ -41,27 +41,27 @@ Expr DitherOffset(Expr x, Expr y, Expr binsPerUnit) {
 // out of range; NaN goes to bin 0.
 Expr BinOf(Expr value, Expr fMin, Expr binsPerUnit, Expr nBins) {
   Expr t = strict_float((value - fMin) * binsPerUnit);
-  t = strict_float(select(t > 0.0, select(t < cast<double>(nBins - 1), t, cast<double>(nBins - 1)), 0.0));
+  t = strict_float(select(t > Expr(0.0), select(t < cast<double>(nBins - 1), t, cast<double>(nBins - 1)), Expr(0.0)));
   // The integer clamp changes nothing; it tells the compiler the bins' range.
   return clamp(cast<int32_t>(t), 0, nBins - 1);
 }
 
 // A sample on the 0..255 scale with its plane's level, rounded to float.
 Expr To256(Expr v, Expr levelMin, Expr levelRange) {
-  return cast<float>((cast<double>(v) - levelMin) / levelRange * 255.0);
+  return cast<float>((cast<double>(v) - levelMin) / levelRange * Expr(255.0));
 }
 
 // Brightness on the 0..255 scale: each plane mapped and rounded to float, mixed
 // in double and rounded to float.
 Expr Bright256(Expr r, Expr g, Expr b) {
-  return cast<float>(cast<double>(g) * 0.587 + cast<double>(r) * 0.299 + cast<double>(b) * 0.114);
+  return cast<float>(cast<double>(g) * Expr(0.587) + cast<double>(r) * Expr(0.299) + cast<double>(b) * Expr(0.114));
 }
 
 // Sums value(x, y) over the rectangle in double: rows in parallel tasks, then
 // the tasks' sums.
 void SumOverRectangle(Func &total, const RDom &r, Expr value) {
   Var u("u");
-  total() = cast<double>(0.0);
+  total() = Expr(0.0);
   total() += value;
   RVar rowsOuter("rows_outer"), rowsInner("rows_inner");
   Func partial = total.update().split(r.y, rowsOuter, rowsInner, kReductionRows, TailStrategy::GuardWithIf).rfactor(rowsOuter, u);
@@ -72,7 +72,7 @@ void SumOverRectangle(Func &total, const RDom &r, Expr value) {
 // Like SumOverRectangle for a tuple of sums.
 void SumTupleOverRectangle(Func &total, const RDom &r, Tuple values) {
   Var u("u");
-  std::vector<Expr> zeros(values.size(), cast<double>(0.0));
+  std::vector<Expr> zeros(values.size(), Expr(0.0));
   total() = Tuple(zeros);
   std::vector<Expr> sums;
   for (size_t i = 0; i < values.size(); ++i) sums.push_back(total()[i] + values[i]);
@@ -110,7 +110,7 @@ class Average256FloorZeroFloat : public Generator<Average256FloorZeroFloat> {
   void generate() {
     RDom r(start_x, end_x - start_x, start_y, end_y - start_y, "r");
     Func total("total");
-    SumOverRectangle(total, r, max(cast<double>(To256(input(r.x, r.y), fLevelMin, fLevelRange)), 0.0));
+    SumOverRectangle(total, r, max(cast<double>(To256(input(r.x, r.y), fLevelMin, fLevelRange)), Expr(0.0)));
     average() = total() / cast<double>(end_x - start_x) / cast<double>(end_y - start_y);
   }
 };
@@ -130,14 +130,14 @@ class AverageGray256FloorZeroFloat : public Generator<AverageGray256FloorZeroFlo
                        To256(green(r.x, r.y), fGreenLevelMin, fGreenLevelRange),
                        To256(blue(r.x, r.y), fBlueLevelMin, fBlueLevelRange));
     Func total("total");
-    SumOverRectangle(total, r, max(cast<double>(v), 0.0));
+    SumOverRectangle(total, r, max(cast<double>(v), Expr(0.0)));
     average() = total() / cast<double>(end_x - start_x) / cast<double>(end_y - start_y);
   }
 };
 
 // The sums of the centroid: x * q, y * q and q, with q = max(v - average, 0)^2.
 Tuple CentroidTerms(const RDom &r, Expr v, Expr average) {
-  Expr excess = max(cast<double>(v) - average, 0.0);
+  Expr excess = max(cast<double>(v) - average, Expr(0.0));
   Expr q = excess * excess;
   return Tuple(cast<double>(r.x) * q, cast<double>(r.y) * q, q);
 }
@@ -259,7 +259,7 @@ class HistogramAntialiasBrightnessFloat : public Generator<HistogramAntialiasBri
     Expr rv = strict_float((red(r.x, r.y) - fRedLevelMin) * fRedScale);
     Expr gv = strict_float((green(r.x, r.y) - fGreenLevelMin) * fGreenScale);
     Expr bv = strict_float((blue(r.x, r.y) - fBlueLevelMin) * fBlueScale);
-    Expr bright = cast<double>(gv) * 0.587 + cast<double>(rv) * 0.299 + cast<double>(bv) * 0.114;
+    Expr bright = cast<double>(gv) * Expr(0.587) + cast<double>(rv) * Expr(0.299) + cast<double>(bv) * Expr(0.114);
     Expr binsPerUnit = cast<double>(nBins) / (fMax - fMin);
     Func h("h");
     HistogramOverRectangle(h, r, BinOf(bright + DitherOffset(r.x, r.y, binsPerUnit), fMin, binsPerUnit, nBins));
