@@ -12,8 +12,8 @@ constexpr int kVectorLanes = 8;
 constexpr int kRowsPerTask = 8;
 
 // max(value, 0) as the clipping loops compute it (value > 0 ? value : 0): NaN
-// and -0 give +0. Halide's fast-math flags allow NaNs to be assumed away,
-// so the comparison is kept IEEE with strict_float.
+// and -0 give +0. Halide marks float operations fast-math (no NaNs, no signed
+// zeros) unless they stand under strict_float.
 inline Halide::Expr ClipAtZero(const Halide::Expr &value) {
   return Halide::strict_float(Halide::select(value > 0.0f, value, 0.0f));
 }
