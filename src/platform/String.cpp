@@ -178,7 +178,7 @@ void CString::Format(const wchar_t *format, ...) {
 }
 
 bool CString::LoadString(UINT id) {
-  const wchar_t *text = FindStringResource ? FindStringResource(id) : nullptr;
+  const wchar_t *text = FindStringResource(id);
   if (!text) {
     text_.clear();
     return false;
