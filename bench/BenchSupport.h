@@ -3,6 +3,7 @@
 //   ratio <operation>.<route>.vs.<peer> <value>
 // Lines are printed and appended to $QORIMG_BENCH_RESULTS (build/bench/results.txt).
 #pragma once
+#include <functional>
 #include <memory>
 #include <string>
 #include <benchmark/benchmark.h>

@@ -257,6 +257,9 @@ protected:
     return sx >= 0 && sx < GetWidth() && sy >= 0 && sy < GetHeight();
   }
   float ReadTransformed(double sx, double sy, int plane, int nearest, bool raw, bool &outside) const;
+  void GetPixelRgbTransformed(int x, int y, double dx, double dy, double cs, double sn, int useStdCtr, double mag,
+                              bool raw, double *r, double *g, double *b, double outside, int *isOutside,
+                              double *srcX, double *srcY) const;
 
   // Cache of GetPixelGrayRawBuf: start of the upper and lower line and their numbers.
   const float *BufLine[2] = {nullptr, nullptr};

@@ -74,7 +74,9 @@ void ParallelLines(int top, int bottom, Body &&body) {
   std::exception_ptr failure;
   std::once_flag failed;
   std::atomic<bool> stop{false};
+#ifdef _OPENMP
 #pragma omp parallel for schedule(static)
+#endif
   for (int y = top; y < bottom; ++y) {
     if (stop.load(std::memory_order_relaxed)) continue;
     try {

@@ -112,18 +112,25 @@ float CLmrImage::GetPixelGray256f(int x, int y, int dx, int dy, double cs, doubl
                           nearest, isOutside, srcX, srcY);
 }
 
-namespace {
-// Reads three planes (plane 0 three times on a mono image) through `read`, or
-// puts `outside` in all three.
-template <class Image, class Read>
-void ReadRgb(const Image &image, SourcePoint s, Read read, double *r, double *g, double *b, double outside,
-             int *isOutside) {
-  if (!(s.x >= 0 && s.x < image.GetWidth() && s.y >= 0 && s.y < image.GetHeight())) {
+// Three planes at the source point, raw or on the 0..255 scale (plane 0 three
+// times on a mono image), or `outside` in all three.
+void CLmrImage::GetPixelRgbTransformed(int x, int y, double dx, double dy, double cs, double sn, int useStdCtr,
+                                       double mag, bool raw, double *r, double *g, double *b, double outside,
+                                       int *isOutside, double *srcX, double *srcY) const {
+  const double cx = useStdCtr ? StdCtr.fx : GetWidth() * 0.5;
+  const double cy = useStdCtr ? StdCtr.fy : GetHeight() * 0.5;
+  const SourcePoint s = Transform(x, y, dx, dy, cs, sn, mag, cx, cy);
+  Report(s, isOutside, srcX, srcY);
+  if (!InsideForBilinear(s.x, s.y)) {
     *r = *g = *b = outside;
     if (isOutside) *isOutside = 1;
     return;
   }
-  if (image.IsColor()) {
+  auto read = [&](int p) {
+    const double v = Bilinear(s.x, s.y, p);
+    return raw ? v : (v - LevelMin[p]) / LevelRange[p] * 255.0;
+  };
+  if (IsColor()) {
     *r = read(0);
     *g = read(1);
     *b = read(2);
@@ -131,42 +138,29 @@ void ReadRgb(const Image &image, SourcePoint s, Read read, double *r, double *g,
     *r = *g = *b = read(0);
   }
 }
-}  // namespace
 
 void CLmrImage::GetPixelRgbRaw(int x, int y, double dx, double dy, double cs, double sn, int useStdCtr,
                                double mag, double *r, double *g, double *b, double outside, int *isOutside,
                                double *srcX, double *srcY) const {
-  const double cx = useStdCtr ? StdCtr.fx : GetWidth() * 0.5;
-  const double cy = useStdCtr ? StdCtr.fy : GetHeight() * 0.5;
-  const SourcePoint s = Transform(x, y, dx, dy, cs, sn, mag, cx, cy);
-  Report(s, isOutside, srcX, srcY);
-  ReadRgb(*this, s, [&](int p) { return Bilinear(s.x, s.y, p); }, r, g, b, outside, isOutside);
+  GetPixelRgbTransformed(x, y, dx, dy, cs, sn, useStdCtr, mag, true, r, g, b, outside, isOutside, srcX, srcY);
 }
 
 void CLmrImage::GetPixelRgbRaw(int x, int y, int dx, int dy, double cs, double sn, int useStdCtr, double mag,
                                double *r, double *g, double *b, double outside, int *isOutside, double *srcX,
                                double *srcY) const {
-  GetPixelRgbRaw(x, y, static_cast<double>(dx), static_cast<double>(dy), cs, sn, useStdCtr, mag, r, g, b,
-                 outside, isOutside, srcX, srcY);
+  GetPixelRgbTransformed(x, y, dx, dy, cs, sn, useStdCtr, mag, true, r, g, b, outside, isOutside, srcX, srcY);
 }
 
 void CLmrImage::GetPixelRgb256f(int x, int y, double dx, double dy, double cs, double sn, int useStdCtr,
                                 double mag, double *r, double *g, double *b, double outside, int *isOutside,
                                 double *srcX, double *srcY) const {
-  const double cx = useStdCtr ? StdCtr.fx : GetWidth() * 0.5;
-  const double cy = useStdCtr ? StdCtr.fy : GetHeight() * 0.5;
-  const SourcePoint s = Transform(x, y, dx, dy, cs, sn, mag, cx, cy);
-  Report(s, isOutside, srcX, srcY);
-  ReadRgb(*this, s,
-          [&](int p) { return (Bilinear(s.x, s.y, p) - LevelMin[p]) / LevelRange[p] * 255.0; }, r, g, b,
-          outside, isOutside);
+  GetPixelRgbTransformed(x, y, dx, dy, cs, sn, useStdCtr, mag, false, r, g, b, outside, isOutside, srcX, srcY);
 }
 
 void CLmrImage::GetPixelRgb256f(int x, int y, int dx, int dy, double cs, double sn, int useStdCtr, double mag,
                                 double *r, double *g, double *b, double outside, int *isOutside, double *srcX,
                                 double *srcY) const {
-  GetPixelRgb256f(x, y, static_cast<double>(dx), static_cast<double>(dy), cs, sn, useStdCtr, mag, r, g, b,
-                  outside, isOutside, srcX, srcY);
+  GetPixelRgbTransformed(x, y, dx, dy, cs, sn, useStdCtr, mag, false, r, g, b, outside, isOutside, srcX, srcY);
 }
 
 float CLmrImage::GetPixelL(int x, int y, double dx, double dy, double cs, double sn, double mag,

@@ -9,11 +9,6 @@
 
 #include "platform/StringResources.h"
 
-// The string table is compiled into the library from another folder. The reference
-// is weak so that the platform layer links on its own as well; there every lookup
-// finds nothing.
-extern const wchar_t *FindStringResource(UINT id) __attribute__((weak));
-
 namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
@@ -183,7 +178,7 @@ void CString::Format(const wchar_t *format, ...) {
 }
 
 bool CString::LoadString(UINT id) {
-  const wchar_t *text = FindStringResource ? FindStringResource(id) : nullptr;
+  const wchar_t *text = FindStringResource(id);
   if (!text) {
     text_.clear();
     return false;

@@ -36,7 +36,47 @@ struct RawSummary {
   long long count = 0;
 };
 
+// Float samples of a whole-plane image: one contiguous plane, summarised in
+// parallel over lines with vectorisable inner loops.
+RawSummary SummariseContiguousFloat(const float *samples, long long width, long long height, bool skipZero) {
+  const float inf = std::numeric_limits<float>::infinity();
+  float min = inf, max = -inf;
+  double sum = 0.0;
+  long long count = 0;
+#pragma omp parallel for schedule(static) reduction(min : min) reduction(max : max) reduction(+ : sum, count)
+  for (long long y = 0; y < height; ++y) {
+    const float *line = samples + y * width;
+    float lineMin = inf, lineMax = -inf;
+    double lineTotal = 0.0;
+    long long lineCount = 0;
+#pragma omp simd reduction(min : lineMin) reduction(max : lineMax) reduction(+ : lineTotal, lineCount)
+    for (long long x = 0; x < width; ++x) {
+      const float v = line[x];
+      const bool counted = v == v && !(skipZero && v == 0.0f);
+      lineMin = std::min(lineMin, counted ? v : inf);
+      lineMax = std::max(lineMax, counted ? v : -inf);
+      lineCount += counted;
+      lineTotal += counted ? static_cast<double>(v) : 0.0;
+    }
+    min = std::min(min, lineMin);
+    max = std::max(max, lineMax);
+    sum += lineTotal;
+    count += lineCount;
+  }
+  RawSummary s;
+  s.min = min;
+  s.max = max;
+  s.sum = sum;
+  s.count = count;
+  return s;
+}
+
 RawSummary Summarise(const CImage &image, int plane, bool skipZero) {
+  if (image.GetDataType() == CImage::Float32 && image.GetAllocationPolicy() != 0 && !image.IsEmpty() && plane >= 0 &&
+      plane < image.GetPlanes())
+    return SummariseContiguousFloat(
+        reinterpret_cast<const float *>(image.GetImageAdr(0, 0, plane, true, false, nullptr)), image.GetWidth(),
+        image.GetHeight(), skipZero);
   RawSummary s;
   ForEachLine(image, plane, [&](const double *line, int width) {
     double lineSum = 0.0;

@@ -67,6 +67,7 @@ void CVmImage::Allocate(const std::shared_ptr<CVmManager> &manager) {
     throw lumora::CVmMemoryAllocationError("image too large");
   BlockCount = (TotalLines + LinesPerBlock - 1) / LinesPerBlock;
   VmHandle = manager->Allocate(LinesPerBlock * BytesPerLine, BlockCount);
+  Owner = manager;
 
   // A whole-plane manager gives one block per plane that never moves.
   if (manager->GetAllocationPolicy() != CVmManager::BlockStored && LinesPerBlock == Height) {
@@ -91,11 +92,8 @@ unsigned char *CVmImage::GetImageAdr(long long x, long long y, long long plane, 
   const long long offset = (line - block * LinesPerBlock) * BytesPerLine + x * BytesPixel;
 
   if (!lock) {
-    if (!PlaneBase.empty()) {
-      // The bases stay valid only while the manager lives.
-      if (!VmHandle->Deleted()) throw lumora::CVmManagerHandleDeletedError();
-      return PlaneBase[static_cast<std::size_t>(block)] + offset;
-    }
+    // The bases stay valid while the manager lives, and the image keeps it alive.
+    if (!PlaneBase.empty()) return PlaneBase[static_cast<std::size_t>(block)] + offset;
     return GetBlockOnMemory(block, readOnly) + offset;
   }
 

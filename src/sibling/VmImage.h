@@ -78,6 +78,8 @@ private:
   void Allocate(const std::shared_ptr<CVmManager> &manager);
   void ReleaseLocks();
 
+  // Images share their manager: it lives as long as any image made with it.
+  std::shared_ptr<CVmManager> Owner;
   // Whole-plane stores never move a block: their bases are kept here and an
   // address is found without asking the manager.
   std::vector<unsigned char *> PlaneBase;

@@ -1,4 +1,5 @@
 // The progress protocol by window message, the message pump and ESC.
+#include <algorithm>
 #include "core/ImgCalculation.h"
 #include "platform/Messages.h"
 #include "platform/StringResources.h"
@@ -101,11 +102,15 @@ TEST_P(OperatorProgressTest, CalculationOpensAndClosesOnlyWithProgressOnAndIgnor
   rec.Pump();
   ASSERT_GE(rec.entries.size(), 2u);
   EXPECT_EQ(rec.entries.front().text, FindStringResource(6109));
-  EXPECT_EQ(rec.entries.back().wParam, 2u);
+  // Closed once (updates posted by worker threads may be dispatched after it).
+  EXPECT_EQ(std::count_if(rec.entries.begin(), rec.entries.end(), [](auto &e) { return e.wParam == 2; }), 1);
   EXPECT_EQ(target.GetPixelGrayRaw(39, 29, 2), src->GetPixelGrayRaw(39, 29, 2) + 2.0f);  // ran to the end
   // Pipelines report no steps: only the opening and closing messages.
-  if (Case().Expected(true) == Route::Plane) EXPECT_EQ(CountUpdates(rec), 0);
-  else EXPECT_GT(CountUpdates(rec), 0);
+  if (Case().Expected(true) == Route::Plane) {
+    EXPECT_EQ(CountUpdates(rec), 0);
+  } else {
+    EXPECT_GT(CountUpdates(rec), 0);
+  }
 }
 
 TEST(StringTable, HasEveryIdFrom6100To6205) {

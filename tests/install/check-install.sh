@@ -16,5 +16,5 @@ cmake --build "$work/cmake-build" >/dev/null
 LD_LIBRARY_PATH="$libdir" "$work/cmake-build/consumer"
 
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
-g++ -std=c++20 "$source_dir/tests/install/consumer/main.cpp" -o "$work/pkg-consumer" $(pkg-config --cflags --libs qorimg)
+g++ -std=c++20 "$source_dir/tests/install/consumer/main.cpp" -o "$work/pkg-consumer" $(pkg-config --define-prefix --cflags --libs qorimg)
 LD_LIBRARY_PATH="$libdir" "$work/pkg-consumer"

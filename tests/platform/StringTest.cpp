@@ -7,10 +7,6 @@
 #include "platform/String.h"
 #include "platform/StringResources.h"
 
-// The string table lives in another folder; this stand-in lets the test program
-// link without it and gives way to the real table where that is linked.
-__attribute__((weak)) const wchar_t *FindStringResource(UINT id) { return id == 6109 ? L"\u6f14\u7b97\u4e2d" : nullptr; }
-
 namespace {
 
 // Independent reference: the C library's converter from wide text to UTF-8.

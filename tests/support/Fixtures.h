@@ -9,6 +9,7 @@
 // the line loops (so that the line loops also run over contiguous planes).
 #pragma once
 #include <functional>
+#include <ostream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,6 +30,7 @@ struct RouteCase {
 };
 
 std::vector<RouteCase> AllRoutes();
+inline void PrintTo(const RouteCase &c, std::ostream *os) { *os << c.name; }
 std::string RouteName(const ::testing::TestParamInfo<RouteCase> &info);
 
 std::shared_ptr<CVmManager> MakeManager(StoreKind kind);
