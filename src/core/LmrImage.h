@@ -18,9 +18,9 @@
 #include "sibling/Progress.h"
 #include "sibling/VmManager.h"
 
-// Window message of the progress protocol (WM_USER + 112), and its wParam codes.
 class CBaseDIB;  // display/BaseDIB.h
 
+// Window message of the progress protocol (WM_USER + 112), and its wParam codes.
 constexpr UINT QORIMG_PROGRESS_MESSAGE = 1136;
 constexpr WPARAM PROGRESS_OPEN = 0;
 constexpr WPARAM PROGRESS_UPDATE = 1;
