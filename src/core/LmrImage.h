@@ -18,6 +18,8 @@
 #include "sibling/Progress.h"
 #include "sibling/VmManager.h"
 
+class CBaseDIB;  // display/BaseDIB.h
+
 // Window message of the progress protocol (WM_USER + 112), and its wParam codes.
 constexpr UINT QORIMG_PROGRESS_MESSAGE = 1136;
 constexpr WPARAM PROGRESS_OPEN = 0;
@@ -226,7 +228,22 @@ public:
   float Get1stBrighterPixel(int nPlane, CRect *rect, double fThreshold, int &nX, int &nY);
   float GetMaxPixel(int nPlane, CRect *rect, int &nX, int &nY);
 
+  // ---- Display (display/ImageGetDib.cpp, display/ImageToDib.cpp) ----
+  // A device-independent bitmap in movable global memory, returned unlocked:
+  // `bits` 8 (grey table for mono, a palette built from the colours for colour)
+  // or 24. Null for any other depth, an empty image, or when the memory cannot
+  // be had. Samples are mapped to bytes by the levels in double precision.
+  HDIB GetDib(int bits) const;
+  // Fills `rect` of `dib` (in the bitmap's coordinates; null: all of it) from
+  // the same pixels of this image, mapped by the levels in single precision.
+  // Pixels outside the image are not touched.
+  void ToDIB(CBaseDIB *dib, const CRect *rect) const;
+  // ---- end Display ----
+
 protected:
+  // Display: the 8-bit colour bitmap with a palette built from the image.
+  HDIB GetDib8Color() const;
+
   static int GetHeightOfHistogram(int *pHist, int nBins);
   static double HstAntialias(double fValue, double fBinsPerUnit);
   static void HstAntialias(double r, double g, double b, double &outR, double &outG, double &outB,

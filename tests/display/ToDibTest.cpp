@@ -1,0 +1,151 @@
+// ToDIB into in-memory bitmaps at every screen depth: the single-precision
+// mapping, the formats, the dither and the rectangle rules.
+#include <array>
+#include <cstring>
+#include "display/DisplaySupport.h"
+#include "display/MemoryDIB.h"
+#include "support/Fixtures.h"
+
+namespace qorimg::test {
+namespace {
+
+class ToDibTest : public RouteTest {
+protected:
+  std::unique_ptr<CLmrImage> MakeSpread(int w, int h, int planes) const {
+    auto image = MakeImage(w, h, planes);
+    for (int p = 0; p < planes; ++p) {
+      const double min = 100.0 + 20 * p, max = 600.0 - 30 * p;
+      image->CImage::SetLevel(p, min, max);
+      image->SetPixelGrayRaw(0, 0, static_cast<float>(min), p);
+      image->SetPixelGrayRaw(1, 0, static_cast<float>(max), p);
+      image->SetPixelGrayRaw(2, 0, NAN, p);
+    }
+    return image;
+  }
+  // A bitmap of the window's depth with every byte set to `fill`.
+  static void MakeDib(CMemoryDIB &dib, int depth, int w, int h, unsigned char fill = 0x5A) {
+    CWnd wnd(w, h, depth);
+    ASSERT_EQ(dib.Create(&wnd, w, h, 0), 1);
+    ASSERT_EQ(dib.GetBitCount(), depth);
+    std::memset(dib.GetBits(), fill, static_cast<std::size_t>(dib.GetAlign()) * h);
+  }
+};
+QORIMG_ALL_ROUTES(ToDibTest);
+
+// The float mapping truncates (v - lo) * (float)(255 / range); next to an integer
+// it may land one below the double reference, never further.
+constexpr int kFloatTolerance = 1;
+
+TEST_P(ToDibTest, EveryDepthWritesTheMappedSamplesInItsFormat) {
+  for (int planes : {1, 3}) {
+    auto image = MakeSpread(13, 7, planes);
+    CMemoryDIB d8, d16, d24, d32;
+    MakeDib(d8, 8, 13, 7);
+    MakeDib(d16, 16, 13, 7);
+    MakeDib(d24, 24, 13, 7);
+    MakeDib(d32, 32, 13, 7);
+    for (CMemoryDIB *dib : {&d8, &d16, &d24, &d32}) image->ToDIB(dib, nullptr);
+    for (int y = 0; y < 7; ++y)
+      for (int x = 0; x < 13; ++x) {
+        const unsigned char *bgr = d24.GetImageAdr24(x, y);
+        for (int c = 0; c < 3; ++c)
+          ASSERT_NEAR(bgr[c], ReferenceByte(*image, x, y, planes == 1 ? 0 : 2 - c), kFloatTolerance) << x << "," << y;
+        const unsigned char *bgrx = d32.GetImageAdr32(x, y);
+        ASSERT_EQ(std::memcmp(bgrx, bgr, 3), 0);
+        ASSERT_EQ(bgrx[3], 0x5A);  // the fourth byte is left
+        const int b = bgr[0], g = bgr[1], r = bgr[2];
+        const unsigned char index = *d8.GetImageAdr8(x, y);
+        if (planes == 1)
+          ASSERT_EQ(index, b);
+        else
+          ASSERT_EQ(index, (b & 0xC0) | ((g >> 2) & 0x38) | (r >> 5));  // 2-3-3
+        // 5-5-5 with the dither: each channel is the byte, or the byte + 4, over 8.
+        const unsigned short v = *d16.GetImageAdr16(x, y);
+        const int channels[3] = {(v >> 10) & 31, (v >> 5) & 31, v & 31};
+        const int bytes[3] = {r, g, b};
+        const bool even = (x + y) % 2 == 0;
+        for (int c = 0; c < 3; ++c) ASSERT_EQ(channels[c], std::min(bytes[c] + (even ? 4 : 0), 255) >> 3);
+      }
+    for (int c = 0; c < 3; ++c) {
+      EXPECT_EQ(d24.GetImageAdr24(0, 0)[c], 0);  // at LevelMin
+      EXPECT_EQ(d24.GetImageAdr24(1, 0)[c], 255);  // at LevelMax
+      EXPECT_EQ(d24.GetImageAdr24(2, 0)[c], 0);  // NaN
+    }
+  }
+}
+
+TEST_P(ToDibTest, SixteenBitDitherMakesEqualNeighboursDifferByAtMostOneStep) {
+  for (float value : {0.0f, 124.5f, 200.5f, 251.5f, 255.0f}) {
+    auto image = MakeImage(6, 4, 1, [&](int, int, int) { return value; });
+    image->CImage::SetLevel(0, 0.0, 255.0);
+    CMemoryDIB dib;
+    MakeDib(dib, 16, 6, 4);
+    image->ToDIB(&dib, nullptr);
+    for (int y = 0; y < 4; ++y)
+      for (int x = 0; x + 1 < 6; ++x) {
+        const unsigned short a = *dib.GetImageAdr16(x, y), b = *dib.GetImageAdr16(x + 1, y);
+        for (int shift : {0, 5, 10}) EXPECT_LE(std::abs(((a >> shift) & 31) - ((b >> shift) & 31)), 1) << value;
+      }
+  }
+}
+
+TEST_P(ToDibTest, RectangleIsClippedToTheBitmapAndOutsidePixelsStay) {
+  auto image = MakeSpread(10, 6, 3);
+  CMemoryDIB full, dib;
+  MakeDib(full, 24, 10, 6);
+  image->ToDIB(&full, nullptr);
+  auto changed = [&](int x, int y) { return dib.GetImageAdr24(x, y)[0] != 0x77 || dib.GetImageAdr24(x, y)[1] != 0x77; };
+  auto check = [&](const CRect &rect, const CRect &expectedArea) {
+    MakeDib(dib, 24, 10, 6, 0x77);
+    image->ToDIB(&dib, &rect);
+    for (int y = 0; y < 6; ++y)
+      for (int x = 0; x < 10; ++x) {
+        const bool inside = expectedArea.PtInRect(CPoint(x, y));
+        if (inside)
+          ASSERT_EQ(std::memcmp(dib.GetImageAdr24(x, y), full.GetImageAdr24(x, y), 3), 0) << x << "," << y;
+        else
+          ASSERT_FALSE(changed(x, y)) << x << "," << y;
+      }
+  };
+  check(CRect(-20, -20, -5, -5), CRect());          // above and left: nothing
+  check(CRect(3, 3, 3, 5), CRect());                // empty: nothing
+  check(CRect(-5, 2, 3, 4), CRect(0, 2, 3, 4));
+  // Left and top are clamped to size - 1, right and bottom to size: a rectangle
+  // beyond the right edge still reaches the last column.
+  check(CRect(15, 1, 30, 3), CRect(9, 1, 10, 3));
+  check(CRect(2, 9, 4, 12), CRect(2, 5, 4, 6));
+}
+
+TEST_P(ToDibTest, BitmapOfAnotherSizeGetsOnlyWhatTheImageCovers) {
+  auto image = MakeSpread(5, 3, 1);
+  CMemoryDIB large, small;
+  MakeDib(large, 8, 8, 6, 0x77);
+  MakeDib(small, 8, 3, 2, 0x77);
+  image->ToDIB(&large, nullptr);
+  image->ToDIB(&small, nullptr);
+  for (int y = 0; y < 6; ++y)
+    for (int x = 0; x < 8; ++x) {
+      const int v = *large.GetImageAdr8(x, y);
+      if (x < 5 && y < 3)
+        EXPECT_NEAR(v, ReferenceByte(*image, x, y, 0), kFloatTolerance);
+      else
+        EXPECT_EQ(v, 0x77);
+    }
+  for (int y = 0; y < 2; ++y)
+    for (int x = 0; x < 3; ++x) EXPECT_EQ(*small.GetImageAdr8(x, y), *large.GetImageAdr8(x, y));
+}
+
+TEST_P(ToDibTest, ZeroLevelRangeSplitsAtTheLevel) {
+  auto image = MakeImage(4, 1, 1, [](int x, int, int) { return std::array<float, 4>{299.0f, 300.0f, 300.5f, NAN}[x]; });
+  image->CImage::SetLevel(0, 300.0, 300.0);
+  CMemoryDIB dib;
+  MakeDib(dib, 8, 4, 1);
+  image->ToDIB(&dib, nullptr);
+  EXPECT_EQ(*dib.GetImageAdr8(0, 0), 0);
+  EXPECT_EQ(*dib.GetImageAdr8(1, 0), 0);
+  EXPECT_EQ(*dib.GetImageAdr8(2, 0), 255);
+  EXPECT_EQ(*dib.GetImageAdr8(3, 0), 0);
+}
+
+}  // namespace
+}  // namespace qorimg::test
