@@ -6,13 +6,15 @@ install(TARGETS qorimg EXPORT qorimgTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} ${CMAKE_INSTALL_INCLUDEDIR}/qorimg)
 
-# Public headers: everything in src/ but the kernel layer and files marked
-# internal, which callers never include.
+# Public headers: everything in src/ but the kernel layer, the bindings of
+# images to it, and files marked internal, which callers never include.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/qorimg
   FILES_MATCHING PATTERN "*.h"
   PATTERN "kernels" EXCLUDE
-  PATTERN "*Internal.h" EXCLUDE)
+  PATTERN "*Internal.h" EXCLUDE
+  PATTERN "*Routes.h" EXCLUDE
+  PATTERN "PlaneBinding.h" EXCLUDE)
 
 install(EXPORT qorimgTargets NAMESPACE qorimg:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qorimg)
 file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/qorimgConfig.cmake.in

@@ -1,7 +1,7 @@
-// Whole-plane (kernel pipeline) routes of the display bitmaps. Each is called at
-// one place, behind kDibPlaneRoutesBuilt: until the kernel layer defines the
-// functions below and sets it to true, whole-plane images take the line loops.
-// Both must write the bytes that the line loops write.
+// Whole-plane (kernel pipeline) routes of the display bitmaps, each called at
+// one place when the image is whole-plane. They write the bytes the line loops
+// write, except that todib32_float maps in double where the ToDIB loops map in
+// single precision (a value on a byte boundary may differ by one).
 #pragma once
 #include "core/LmrImage.h"
 #include "core/OperatorFrame.h"
@@ -10,25 +10,20 @@ class CBaseDIB;
 
 namespace qorimg {
 
-inline constexpr bool kDibPlaneRoutesBuilt = false;
-
 // GetDib(24) of a colour image on whole-plane storage: todib32_float over the
 // three planes with the levels in double, 3 bytes a pixel (blue, green, red),
-// image line y at `bits` + (Height - 1 - y) * `stride`. When `stride` equals
-// Width * 3 the pipeline writes into `bits` directly; otherwise into a temporary
-// of Width * 3 * Height bytes that paste_uint8 lays into the padded lines (the
-// padding is zeroed by the caller). Throws std::bad_alloc when the temporary
-// cannot be had.
+// image line y at `bits` + (Height - 1 - y) * `stride`. The bitmap is bound
+// with its padded, negative line stride, so the pipeline writes it in place;
+// the caller zeroes the padding.
 void GetDib24ColorPlanes(const CLmrImage &image, unsigned char *bits, long long stride);
 
 // ToDIB of a colour image on whole-plane storage into a 32-bit bitmap, over
 // `rect` (inside both the image and the bitmap). For a CMemoryDIB:
 // image_buffer_32bit_float with the float levels of each plane into the bitmap
-// bits (4 bytes a pixel, the fourth left as it is), directly when `rect` is the
-// whole bitmap, else through a temporary placed with paste3d_uint8. For a CVmDIB
-// whose store is whole-plane (the caller checks): todib32_float the same with 3
-// bytes a pixel into its top-down store. Throws std::bad_alloc when a temporary
-// cannot be had; the caller then runs the line loops.
+// bits (4 bytes a pixel, the fourth left as it is), the bitmap bound over
+// `rect` with its mins at the rectangle's corner, so no temporary is needed. For
+// a CVmDIB whose store is whole-plane (the caller checks): todib32_float the
+// same with 3 bytes a pixel into its top-down store.
 void ToDib32ColorPlanes(const CLmrImage &image, CBaseDIB &dib, const LineRect &rect);
 
 }  // namespace qorimg

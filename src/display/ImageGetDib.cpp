@@ -74,16 +74,11 @@ HDIB CLmrImage::GetDib(int bits) const {
     qorimg::MonoLines8(*this, dib);
   } else if (!IsColor()) {
     qorimg::MonoLines24(*this, dib);
+  } else if (qorimg::IsWholePlane(*this)) {
+    for (int y = 0; y < GetHeight(); ++y) dib.ZeroPadding(y, 3LL * GetWidth());
+    qorimg::GetDib24ColorPlanes(*this, dib.Bits(), dib.Stride());
   } else {
-    bool done = false;
-    if constexpr (qorimg::kDibPlaneRoutesBuilt) {
-      if (qorimg::IsWholePlane(*this)) {
-        for (int y = 0; y < GetHeight(); ++y) dib.ZeroPadding(y, 3LL * GetWidth());
-        qorimg::GetDib24ColorPlanes(*this, dib.Bits(), dib.Stride());
-        done = true;
-      }
-    }
-    if (!done) qorimg::ColorLines24(*this, dib);
+    qorimg::ColorLines24(*this, dib);
   }
   return dib.Release();
 }

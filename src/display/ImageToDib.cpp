@@ -2,7 +2,6 @@
 // float levels (one multiplication) and written in the bitmap's format; a line
 // loop per format, each taking one address per line from image and bitmap.
 #include <algorithm>
-#include <new>
 #include "core/LmrImage.h"
 #include "core/OperatorFrame.h"
 #include "display/BaseDIB.h"
@@ -117,15 +116,8 @@ void CLmrImage::ToDIB(CBaseDIB *dib, const CRect *rect) const {
     qorimg::MonoLines(*this, *dib, r, pixelBytes32);
     return;
   }
-  if constexpr (qorimg::kDibPlaneRoutesBuilt) {
-    if (dib->GetBitCount() == 32 && qorimg::IsWholePlane(*this) && (!vmDib || vmDib->IsStoreWholePlane())) {
-      try {
-        qorimg::ToDib32ColorPlanes(*this, *dib, r);
-        return;
-      } catch (const std::bad_alloc &) {
-        // On to the line loops.
-      }
-    }
-  }
-  qorimg::ColorLines(*this, *dib, r, pixelBytes32);
+  if (dib->GetBitCount() == 32 && qorimg::IsWholePlane(*this) && (!vmDib || vmDib->IsStoreWholePlane()))
+    qorimg::ToDib32ColorPlanes(*this, *dib, r);
+  else
+    qorimg::ColorLines(*this, *dib, r, pixelBytes32);
 }

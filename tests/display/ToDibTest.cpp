@@ -4,6 +4,7 @@
 #include <cstring>
 #include "display/DisplaySupport.h"
 #include "display/MemoryDIB.h"
+#include "display/VmDIB.h"
 #include "support/Fixtures.h"
 
 namespace qorimg::test {
@@ -133,6 +134,48 @@ TEST_P(ToDibTest, BitmapOfAnotherSizeGetsOnlyWhatTheImageCovers) {
     }
   for (int y = 0; y < 2; ++y)
     for (int x = 0; x < 3; ++x) EXPECT_EQ(*small.GetImageAdr8(x, y), *large.GetImageAdr8(x, y));
+}
+
+// 32-bit colour over a rectangle. Into a memory bitmap every route maps in
+// single precision and writes the same bytes. Into a store bitmap, a
+// whole-plane image on a whole-plane store maps in double: on levels 0..237 the
+// sample 79 is exactly 85 in double and 84.99999 in float, so that route shows
+// 85 where the line loops show 84.
+TEST_P(ToDibTest, ThirtyTwoBitColourRoutesOverARectangle) {
+  constexpr int kW = 41, kH = 9;
+  auto fill = [](int x, int y, int p) { return x == 5 && y == 4 ? 79.0f : Pattern(x, y, p) * 0.25f; };
+  auto image = MakeImage(kW, kH, 3, fill);
+  auto reference = test::MakeImage(MakeManager(StoreKind::Block), kW, kH, 3, fill);
+  for (CLmrImage *i : {image.get(), reference.get()})
+    for (int p = 0; p < 3; ++p) i->CImage::SetLevel(p, 0.0, 237.0);
+  const CRect rect(3, 2, 38, 8);
+
+  CMemoryDIB onRoute, byLoops;
+  MakeDib(onRoute, 32, kW, kH);
+  MakeDib(byLoops, 32, kW, kH);
+  image->ToDIB(&onRoute, &rect);
+  reference->ToDIB(&byLoops, &rect);
+  EXPECT_EQ(std::memcmp(onRoute.GetBits(), byLoops.GetBits(), static_cast<std::size_t>(byLoops.GetAlign()) * kH), 0);
+  EXPECT_EQ(byLoops.GetImageAdr32(5, 4)[0], 84);
+
+  CWnd screen(kW, kH, 32);
+  CVmDIB stored;
+  ASSERT_EQ(stored.Create(Manager(), &screen, kW, kH, 0), 1);
+  image->ToDIB(&stored, &rect);
+  const bool doubleMapping = Case().Expected(false) == Route::Plane;
+  for (int y = 0; y < kH; ++y)
+    for (int x = 0; x < kW; ++x) {
+      const unsigned char *got = stored.GetImageAdr24(x, y);
+      for (int c = 0; c < 3; ++c) {
+        if (!rect.PtInRect(CPoint(x, y)))
+          ASSERT_EQ(got[c], 0) << x << "," << y;  // a new store bitmap is zero
+        else if (doubleMapping)
+          ASSERT_EQ(got[c], ReferenceByte(*image, x, y, 2 - c)) << x << "," << y;
+        else
+          ASSERT_EQ(got[c], byLoops.GetImageAdr32(x, y)[c]) << x << "," << y;
+      }
+    }
+  EXPECT_EQ(stored.GetImageAdr24(5, 4)[0], doubleMapping ? 85 : 84);
 }
 
 TEST_P(ToDibTest, ZeroLevelRangeSplitsAtTheLevel) {

@@ -10,6 +10,14 @@ int main() {
   if (!target.Create(src, nullptr)) return 2;
   target.Do(5.0, CImgCalculation::Add, 0, &src, nullptr, 0);
   const float v = target.GetPixelGrayRaw(63, 47, 2);
-  std::printf("consumer: %g\n", v);
-  return v == 15.0f ? 0 : 1;
+  // The sum shown as a bitmap: 15 on levels 0..30 is byte 127.
+  for (int p = 0; p < 3; ++p) target.SetLevel(p, 0.0, 30.0);
+  HDIB dib = target.GetDib(24);
+  if (!dib) return 3;
+  const auto *bits = static_cast<const unsigned char *>(GlobalLock(dib)) + sizeof(BITMAPINFOHEADER);
+  const int blue = bits[0];
+  GlobalUnlock(dib);
+  GlobalFree(dib);
+  std::printf("consumer: %g, byte %d\n", v, blue);
+  return v == 15.0f && blue == 127 ? 0 : 1;
 }
