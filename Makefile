@@ -19,7 +19,7 @@ test: build
 	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
 demo: build
-	@$(BUILD)/tools/qorimg-demo
+	@$(BUILD)/tools/qorimg-demo $(BUILD)
 
 bench: configure
 	@cmake --build $(BUILD) -j $(JOBS) --target benchmarks

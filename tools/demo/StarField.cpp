@@ -25,11 +25,12 @@ void PaintStarField(CLmrImage &image, const StarFieldSpec &spec) {
   }
   std::sort(stars.begin(), stars.end(), [](const Star &a, const Star &b) { return a.y < b.y; });
   std::normal_distribution<float> noise(0.0f, static_cast<float>(spec.noiseSigma));
-  std::vector<float> line(static_cast<std::size_t>(width));
+  std::vector<float> sky(static_cast<std::size_t>(width)), light(static_cast<std::size_t>(width));
 
   std::size_t first = 0;
   for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) line[x] = static_cast<float>(spec.sky + spec.gradient * x) + noise(rng);
+    for (int x = 0; x < width; ++x) sky[x] = static_cast<float>(spec.sky + spec.gradient * x) + noise(rng);
+    std::fill(light.begin(), light.end(), 0.0f);
     while (first < stars.size() && stars[first].y + 5 * spec.sigmaMax < y) ++first;
     for (std::size_t i = first; i < stars.size() && stars[i].y - 5 * spec.sigmaMax <= y; ++i) {
       const Star &s = stars[i];
@@ -37,13 +38,13 @@ void PaintStarField(CLmrImage &image, const StarFieldSpec &spec) {
       const int x0 = std::max(0, static_cast<int>(s.x - reach)), x1 = std::min(width - 1, static_cast<int>(s.x + reach));
       for (int x = x0; x <= x1; ++x) {
         const double dx = x - s.x;
-        line[x] += static_cast<float>(s.peak * std::exp(-(dx * dx + dy * dy) / (2 * s.sigma * s.sigma)));
+        light[x] += static_cast<float>(s.peak * std::exp(-(dx * dx + dy * dy) / (2 * s.sigma * s.sigma)));
       }
     }
     for (int p = 0; p < image.GetPlanes(); ++p) {
       float *dst = image.GetImageAdr(0, y, p);
-      const float tint = 1.0f - 0.1f * p;  // a little colour between planes
-      for (int x = 0; x < width; ++x) dst[x] = line[x] * tint;
+      const float tint = 1.0f - 0.1f * p;  // starlight a little warmer than white
+      for (int x = 0; x < width; ++x) dst[x] = sky[x] + light[x] * tint;
     }
   }
   for (int p = 0; p < image.GetPlanes(); ++p) image.CImage::SetLevel(p, spec.sky - 3 * spec.noiseSigma, spec.sky + 2000.0);
