@@ -33,15 +33,7 @@ void CBaseDIB::AllocateInfo(int bits, int w, int h, int colors, UINT usage) {
   Align = static_cast<int>(DibStride(w, bits));
   PalColors = colors;
   UsageColors = usage;
-  BITMAPINFOHEADER &header = BIM->bmiHeader;
-  header.biSize = sizeof(BITMAPINFOHEADER);
-  header.biWidth = w;
-  header.biHeight = h;
-  header.biPlanes = 1;
-  header.biBitCount = static_cast<WORD>(bits);
-  header.biCompression = BI_RGB;
-  header.biSizeImage = static_cast<DWORD>(static_cast<long long>(Align) * h);
-  header.biClrUsed = static_cast<DWORD>(colors);
+  BIM->bmiHeader = DibHeader(w, h, bits, colors);
 }
 
 void CBaseDIB::SetColorTable(const PALETTEENTRY *palette, int entries) {

@@ -23,15 +23,7 @@ public:
       handle_ = nullptr;
       return;
     }
-    BITMAPINFOHEADER header{};
-    header.biSize = sizeof(BITMAPINFOHEADER);
-    header.biWidth = w;
-    header.biHeight = h;
-    header.biPlanes = 1;
-    header.biBitCount = static_cast<WORD>(bits);
-    header.biCompression = BI_RGB;
-    header.biSizeImage = static_cast<DWORD>(stride_ * h);
-    header.biClrUsed = static_cast<DWORD>(colors);
+    const BITMAPINFOHEADER header = DibHeader(w, h, bits, colors);
     std::memcpy(base_, &header, sizeof header);
     std::memset(base_ + sizeof header, 0, tableBytes);
   }

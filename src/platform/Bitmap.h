@@ -82,6 +82,20 @@ constexpr int PLANES = 14;
 // multiple of 4.
 constexpr long long DibStride(long long width, int bits) { return (width * bits / 8 + 3) & ~3LL; }
 
+// The header of an uncompressed bottom-up bitmap with `colors` table entries.
+inline BITMAPINFOHEADER DibHeader(int width, int height, int bits, int colors) {
+  BITMAPINFOHEADER header{};
+  header.biSize = sizeof(BITMAPINFOHEADER);
+  header.biWidth = width;
+  header.biHeight = height;
+  header.biPlanes = 1;
+  header.biBitCount = static_cast<WORD>(bits);
+  header.biCompression = BI_RGB;
+  header.biSizeImage = static_cast<DWORD>(DibStride(width, bits) * height);
+  header.biClrUsed = static_cast<DWORD>(colors);
+  return header;
+}
+
 // Entries of the colour table of a header: biClrUsed, or all that the depth can
 // index when it is 0 (none above 8 bits).
 inline int DibColorCount(const BITMAPINFOHEADER &h) {

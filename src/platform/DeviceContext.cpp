@@ -208,40 +208,17 @@ COLORREF CDC::GetPixel(int x, int y) const {
   return Valid && ReadSource(x, y, Palette, p) ? ToColorRef(p) : CLR_INVALID;
 }
 
+// A copy is a stretch at scale 1: source column sx + (2 dx + 1) w / 2w is sx + dx.
 BOOL CDC::BitBlt(int x, int y, int w, int h, CDC *src, int sx, int sy, DWORD rop) {
-  if (!Valid || !Window || !KnownRop(rop)) return FALSE;
-  const bool needsSource = UsesSource(rop);
-  if (needsSource && (!src || !src->Valid)) return FALSE;
-  // A copy within one raster reads from a snapshot, so overlapping areas come out right.
-  CWnd snapshot;
-  const CDC *source = src;
-  CDC snapshotDc;
-  if (needsSource && src->Window == Window) {
-    snapshot = *Window;
-    snapshotDc.AttachWindow(&snapshot);
-    source = &snapshotDc;
-  }
-  std::uint32_t *raster = Window->Raster();
-  const int width = Window->GetWidth(), height = Window->GetHeight();
-  for (int dy = 0; dy < h; ++dy) {
-    const int ty = y + dy;
-    if (ty < 0 || ty >= height) continue;
-    for (int dx = 0; dx < w; ++dx) {
-      const int tx = x + dx;
-      if (tx < 0 || tx >= width) continue;
-      std::uint32_t s = 0;
-      if (needsSource && !source->ReadSource(sx + dx, sy + dy, Palette, s)) continue;
-      std::uint32_t &d = raster[static_cast<std::size_t>(ty) * width + tx];
-      d = Combine(rop, d, s);
-    }
-  }
-  return TRUE;
+  if (w <= 0 || h <= 0) return Valid && Window && KnownRop(rop) && (!UsesSource(rop) || (src && src->Valid));
+  return StretchBlt(x, y, w, h, src, sx, sy, w, h, rop);
 }
 
 BOOL CDC::StretchBlt(int x, int y, int w, int h, CDC *src, int sx, int sy, int sw, int sh, DWORD rop) {
   if (!Valid || !Window || !KnownRop(rop) || w <= 0 || h <= 0 || sw <= 0 || sh <= 0) return FALSE;
   const bool needsSource = UsesSource(rop);
   if (needsSource && (!src || !src->Valid)) return FALSE;
+  // A copy within one raster reads from a snapshot, so overlapping areas come out right.
   CWnd snapshot;
   const CDC *source = src;
   CDC snapshotDc;

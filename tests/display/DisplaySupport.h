@@ -3,10 +3,12 @@
 #pragma once
 #include <cmath>
 #include <cstring>
+#include <memory>
 #include <vector>
 #include "core/LmrImage.h"
 #include "platform/Bitmap.h"
 #include "platform/GlobalMemory.h"
+#include "support/Fixtures.h"
 
 namespace qorimg::test {
 
@@ -20,6 +22,20 @@ inline int ReferenceByte(double v, double min, double max) {
 
 inline int ReferenceByte(const CLmrImage &image, int x, int y, int plane) {
   return ReferenceByte(image.GetPixelGrayRaw(x, y, plane), image.GetLevelMin(plane), image.GetLevelMax(plane));
+}
+
+// The fixture's pattern with samples below, inside and above the levels of each
+// plane: one exactly at each level, at (0, 0) and (1, 0), and a NaN at (3, 1).
+inline std::unique_ptr<CLmrImage> MakeSpread(const std::shared_ptr<CVmManager> &manager, int w, int h, int planes) {
+  auto image = MakeImage(manager, w, h, planes);
+  for (int p = 0; p < planes; ++p) {
+    const double min = 100.0 + 20 * p, max = 600.0 - 30 * p;
+    image->CImage::SetLevel(p, min, max);
+    image->SetPixelGrayRaw(0, 0, static_cast<float>(min), p);
+    image->SetPixelGrayRaw(1, 0, static_cast<float>(max), p);
+    image->SetPixelGrayRaw(3, 1, NAN, p);
+  }
+  return image;
 }
 
 // A copy of a packed DIB held by a global handle, which it frees.

@@ -12,18 +12,8 @@ namespace {
 
 class GetDibTest : public RouteTest {
 protected:
-  // Samples below, inside and above the levels of each plane, one exactly at
-  // each level and one NaN.
   std::unique_ptr<CLmrImage> MakeSpread(int w, int h, int planes) const {
-    auto image = MakeImage(w, h, planes);
-    for (int p = 0; p < planes; ++p) {
-      const double min = 100.0 + 20 * p, max = 600.0 - 30 * p;
-      image->CImage::SetLevel(p, min, max);
-      image->SetPixelGrayRaw(0, 0, static_cast<float>(min), p);
-      image->SetPixelGrayRaw(1, 0, static_cast<float>(max), p);
-      image->SetPixelGrayRaw(3, 1, NAN, p);
-    }
-    return image;
+    return test::MakeSpread(Manager(), w, h, planes);
   }
 };
 QORIMG_ALL_ROUTES(GetDibTest);

@@ -41,7 +41,7 @@ void Run(const Job &job, const std::string &directory) {
   auto t0 = std::chrono::steady_clock::now();
   CLmrImage frame(job.manager, CImage::Float32, job.width, job.height, job.planes, 1.0, 0.0, 1,
                   std::shared_ptr<lumora::Progress>());
-  demo::PaintStarField(frame, demo::StarFieldSpec{});
+  demo::PaintStarField(frame, demo::StarFieldParams{});
   std::printf("  synthetic star field painted in %.3f s\n", Seconds(t0));
 
   const float before = frame.GetPixelGrayRaw(10, 10, 0);

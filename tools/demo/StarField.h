@@ -7,7 +7,7 @@
 
 namespace demo {
 
-struct StarFieldSpec {
+struct StarFieldParams {
   int stars = 400;
   double sky = 1200.0;         // background level
   double gradient = 0.02;      // added per column
@@ -17,6 +17,6 @@ struct StarFieldSpec {
   std::uint32_t seed = 20261122;
 };
 
-void PaintStarField(CLmrImage &image, const StarFieldSpec &spec);
+void PaintStarField(CLmrImage &image, const StarFieldParams &field);
 
 }  // namespace demo
