@@ -3,6 +3,7 @@
 // sample left gives NaN results.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <vector>
@@ -36,32 +37,68 @@ struct RawSummary {
   long long count = 0;
 };
 
-// Float samples of a whole-plane image: one contiguous plane, summarised in
-// parallel over lines with vectorisable inner loops.
-RawSummary SummariseContiguousFloat(const float *samples, long long width, long long height, bool skipZero) {
+// One line of float samples in four lanes (two double sums per half), so that
+// the baseline and the AVX2 build add in the same order and agree to the bit.
+// Written with vector types because the compiler leaves the plain loop scalar.
+using Floats4 = float __attribute__((vector_size(16)));
+using Doubles2 = double __attribute__((vector_size(16)));
+using Ints4 = int __attribute__((vector_size(16)));
+
+template <bool SkipZero>
+__attribute__((target_clones("avx2", "default"))) RawSummary SummariseFloatLine(const float *line, long long width) {
   const float inf = std::numeric_limits<float>::infinity();
-  float min = inf, max = -inf;
-  double sum = 0.0;
+  Floats4 min = inf - Floats4{}, max = -inf - Floats4{};
+  Doubles2 low = {}, high = {};
+  Ints4 leftOut = {};  // -1 per sample left out
+  long long x = 0;
+  for (; x + 4 <= width; x += 4) {
+    Floats4 v;
+    std::memcpy(&v, line + x, sizeof v);
+    Ints4 out = v != v;
+    if constexpr (SkipZero) out |= v == 0.0f;
+    min = (v < min) & ~out ? v : min;
+    max = (v > max) & ~out ? v : max;
+    const Floats4 kept = out ? Floats4{} : v;
+    low += __builtin_convertvector(__builtin_shufflevector(kept, kept, 0, 1), Doubles2);
+    high += __builtin_convertvector(__builtin_shufflevector(kept, kept, 2, 3), Doubles2);
+    leftOut += out;
+  }
+  RawSummary s;
+  long long left = 0;
+  for (int i = 0; i < 4; ++i) {
+    s.min = std::min(s.min, static_cast<double>(min[i]));
+    s.max = std::max(s.max, static_cast<double>(max[i]));
+    left -= leftOut[i];
+  }
+  s.sum = (low[0] + high[0]) + (low[1] + high[1]);
+  for (; x < width; ++x) {
+    const float v = line[x];
+    if (v != v || (SkipZero && v == 0.0f)) {
+      ++left;
+      continue;
+    }
+    s.min = std::min(s.min, static_cast<double>(v));
+    s.max = std::max(s.max, static_cast<double>(v));
+    s.sum += v;
+  }
+  s.count = width - left;
+  return s;
+}
+
+// Float samples of a whole-plane image: one contiguous plane, summarised in
+// parallel over lines.
+RawSummary SummariseContiguousFloat(const float *samples, long long width, long long height, bool skipZero) {
+  double min = std::numeric_limits<double>::infinity(), max = -min, sum = 0.0;
   long long count = 0;
 #pragma omp parallel for schedule(static) reduction(min : min) reduction(max : max) reduction(+ : sum, count)
   for (long long y = 0; y < height; ++y) {
-    const float *line = samples + y * width;
-    float lineMin = inf, lineMax = -inf;
-    double lineTotal = 0.0;
-    long long lineCount = 0;
-#pragma omp simd reduction(min : lineMin) reduction(max : lineMax) reduction(+ : lineTotal, lineCount)
-    for (long long x = 0; x < width; ++x) {
-      const float v = line[x];
-      const bool counted = v == v && !(skipZero && v == 0.0f);
-      lineMin = std::min(lineMin, counted ? v : inf);
-      lineMax = std::max(lineMax, counted ? v : -inf);
-      lineCount += counted;
-      lineTotal += counted ? static_cast<double>(v) : 0.0;
-    }
-    min = std::min(min, lineMin);
-    max = std::max(max, lineMax);
-    sum += lineTotal;
-    count += lineCount;
+    const float *samplesOfLine = samples + y * width;
+    const RawSummary line = skipZero ? SummariseFloatLine<true>(samplesOfLine, width)
+                                     : SummariseFloatLine<false>(samplesOfLine, width);
+    min = std::min(min, line.min);
+    max = std::max(max, line.max);
+    sum += line.sum;
+    count += line.count;
   }
   RawSummary s;
   s.min = min;
