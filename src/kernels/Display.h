@@ -6,7 +6,7 @@
 //       the display mapping in double.
 //   image_buffer_32bit_float(red, green, blue, fRedLevelMin, fRedLevelRange, fGreenLevelMin,
 //                            fGreenLevelRange, fBlueLevelMin, fBlueLevelRange, output)
-//       4 bytes a pixel, the mapping in single precision, the fourth byte left as it is.
+//       4 bytes a pixel, the mapping in single precision, the fourth byte 0.
 #pragma once
 #include "image_buffer_32bit_float.h"
 #include "todib32_float.h"
