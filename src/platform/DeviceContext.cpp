@@ -209,15 +209,18 @@ COLORREF CDC::GetPixel(int x, int y) const {
 }
 
 // A copy is a stretch at scale 1: source column sx + (2 dx + 1) w / 2w is sx + dx.
+bool CDC::CanBlit(const CDC *src, DWORD rop) const {
+  return Valid && Window && KnownRop(rop) && (!UsesSource(rop) || (src && src->Valid));
+}
+
 BOOL CDC::BitBlt(int x, int y, int w, int h, CDC *src, int sx, int sy, DWORD rop) {
-  if (w <= 0 || h <= 0) return Valid && Window && KnownRop(rop) && (!UsesSource(rop) || (src && src->Valid));
+  if (w <= 0 || h <= 0) return CanBlit(src, rop);
   return StretchBlt(x, y, w, h, src, sx, sy, w, h, rop);
 }
 
 BOOL CDC::StretchBlt(int x, int y, int w, int h, CDC *src, int sx, int sy, int sw, int sh, DWORD rop) {
-  if (!Valid || !Window || !KnownRop(rop) || w <= 0 || h <= 0 || sw <= 0 || sh <= 0) return FALSE;
+  if (!CanBlit(src, rop) || w <= 0 || h <= 0 || sw <= 0 || sh <= 0) return FALSE;
   const bool needsSource = UsesSource(rop);
-  if (needsSource && (!src || !src->Valid)) return FALSE;
   // A copy within one raster reads from a snapshot, so overlapping areas come out right.
   CWnd snapshot;
   const CDC *source = src;

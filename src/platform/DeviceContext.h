@@ -102,6 +102,8 @@ protected:
 private:
   // The source colour at (x, y) as 0x00RRGGBB, with `palette` for DIB_PAL_COLORS.
   bool ReadSource(int x, int y, const CPalette *palette, std::uint32_t &out) const;
+  // A drawable target, a known operation, and a valid source where it reads one.
+  bool CanBlit(const CDC *src, DWORD rop) const;
 
   bool Valid = false;
   CWnd *Window = nullptr;

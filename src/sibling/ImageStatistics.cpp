@@ -100,12 +100,7 @@ RawSummary SummariseContiguousFloat(const float *samples, long long width, long 
     sum += line.sum;
     count += line.count;
   }
-  RawSummary s;
-  s.min = min;
-  s.max = max;
-  s.sum = sum;
-  s.count = count;
-  return s;
+  return {min, max, sum, count};
 }
 
 RawSummary Summarise(const CImage &image, int plane, bool skipZero) {
