@@ -1,4 +1,5 @@
-// The framework's exceptions: auto-deleting objects and the one shared memory exception.
+// The framework's exceptions: auto-deleting objects and the shared memory and
+// invalid-argument exceptions.
 #include "platform/Exceptions.h"
 
 void CException::Delete() {
@@ -9,5 +10,10 @@ void CException::Delete() {
 // catch sites neither leak nor free it.
 void AfxThrowMemoryException() {
   static CMemoryException instance;
+  throw &instance;
+}
+
+void AfxThrowInvalidArgException() {
+  static CInvalidArgException instance;
   throw &instance;
 }

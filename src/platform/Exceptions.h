@@ -1,6 +1,6 @@
-// The framework's exceptions, thrown by pointer. Memory exceptions are thrown as
-// a pointer to one static object whose Delete() does nothing, so a catch site
-// that calls Delete() (or forgets to) never leaks.
+// The framework's exceptions, thrown by pointer. Memory and invalid-argument
+// exceptions are thrown as a pointer to one static object each, whose Delete()
+// does nothing, so a catch site that calls Delete() (or forgets to) never leaks.
 #pragma once
 #include "Export.h"
 #include "platform/Object.h"
@@ -18,4 +18,11 @@ public:
   CMemoryException() : CException(false) {}
 };
 
+// A bad argument: a plane the image does not have, a missing array.
+class QORIMG_API CInvalidArgException : public CException {
+public:
+  CInvalidArgException() : CException(false) {}
+};
+
 [[noreturn]] QORIMG_API void AfxThrowMemoryException();
+[[noreturn]] QORIMG_API void AfxThrowInvalidArgException();

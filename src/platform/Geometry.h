@@ -1,7 +1,17 @@
 // Integer points, sizes and rectangles with the framework's semantics:
-// a rectangle's right and bottom edges are exclusive.
+// a rectangle's right and bottom edges are exclusive. Sums, differences and
+// middles are worked out in 64 bits and saturated to the int range, so that no
+// coordinate arithmetic overflows: a rectangle from INT_MIN to INT_MAX is
+// INT_MAX wide.
 #pragma once
+#include <climits>
 #include "platform/WinTypes.h"
+
+namespace qorimg::geometry {
+constexpr int Saturate(long long v) { return v > INT_MAX ? INT_MAX : v < INT_MIN ? INT_MIN : static_cast<int>(v); }
+constexpr int Add(int a, int b) { return Saturate(static_cast<long long>(a) + b); }
+constexpr int Sub(int a, int b) { return Saturate(static_cast<long long>(a) - b); }
+}  // namespace qorimg::geometry
 
 class CPoint {
 public:
@@ -9,9 +19,13 @@ public:
   constexpr CPoint() = default;
   constexpr CPoint(int px, int py) : x(px), y(py) {}
   constexpr bool operator==(const CPoint &o) const { return x == o.x && y == o.y; }
-  constexpr CPoint operator+(const CPoint &o) const { return {x + o.x, y + o.y}; }
-  constexpr CPoint operator-(const CPoint &o) const { return {x - o.x, y - o.y}; }
-  constexpr void Offset(int dx, int dy) { x += dx; y += dy; }
+  constexpr CPoint operator+(const CPoint &o) const {
+    return {qorimg::geometry::Add(x, o.x), qorimg::geometry::Add(y, o.y)};
+  }
+  constexpr CPoint operator-(const CPoint &o) const {
+    return {qorimg::geometry::Sub(x, o.x), qorimg::geometry::Sub(y, o.y)};
+  }
+  constexpr void Offset(int dx, int dy) { *this = *this + CPoint(dx, dy); }
 };
 
 class CSize {
@@ -28,14 +42,18 @@ public:
   constexpr CRect() = default;
   constexpr CRect(int l, int t, int r, int b) : left(l), top(t), right(r), bottom(b) {}
   constexpr CRect(CPoint topLeft, CSize size)
-      : left(topLeft.x), top(topLeft.y), right(topLeft.x + size.cx), bottom(topLeft.y + size.cy) {}
+      : left(topLeft.x), top(topLeft.y), right(qorimg::geometry::Add(topLeft.x, size.cx)),
+        bottom(qorimg::geometry::Add(topLeft.y, size.cy)) {}
 
-  constexpr int Width() const { return right - left; }
-  constexpr int Height() const { return bottom - top; }
+  constexpr int Width() const { return qorimg::geometry::Sub(right, left); }
+  constexpr int Height() const { return qorimg::geometry::Sub(bottom, top); }
   constexpr CSize Size() const { return {Width(), Height()}; }
   constexpr CPoint TopLeft() const { return {left, top}; }
   constexpr CPoint BottomRight() const { return {right, bottom}; }
-  constexpr CPoint CenterPoint() const { return {(left + right) / 2, (top + bottom) / 2}; }
+  constexpr CPoint CenterPoint() const {
+    return {static_cast<int>((static_cast<long long>(left) + right) / 2),
+            static_cast<int>((static_cast<long long>(top) + bottom) / 2)};
+  }
 
   constexpr void SetRect(int l, int t, int r, int b) { left = l; top = t; right = r; bottom = b; }
   constexpr void SetRectEmpty() { left = top = right = bottom = 0; }
@@ -49,8 +67,14 @@ public:
     if (left > right) { int t = left; left = right; right = t; }
     if (top > bottom) { int t = top; top = bottom; bottom = t; }
   }
-  constexpr void OffsetRect(int dx, int dy) { left += dx; right += dx; top += dy; bottom += dy; }
-  constexpr void InflateRect(int dx, int dy) { left -= dx; right += dx; top -= dy; bottom += dy; }
+  constexpr void OffsetRect(int dx, int dy) {
+    using namespace qorimg::geometry;
+    SetRect(Add(left, dx), Add(top, dy), Add(right, dx), Add(bottom, dy));
+  }
+  constexpr void InflateRect(int dx, int dy) {
+    using namespace qorimg::geometry;
+    SetRect(Sub(left, dx), Sub(top, dy), Add(right, dx), Add(bottom, dy));
+  }
   // Intersection of two rectangles; an empty result is set to all zero.
   constexpr bool IntersectRect(const CRect &a, const CRect &b) {
     left = a.left > b.left ? a.left : b.left;

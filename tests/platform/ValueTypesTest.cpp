@@ -1,3 +1,4 @@
+#include <climits>
 #include <stdexcept>
 
 #include <gtest/gtest.h>
@@ -22,6 +23,21 @@ TEST(CRect, EmptyNullNormalizeIntersect) {
   EXPECT_EQ(out, CRect(5, 0, 10, 4));
   EXPECT_FALSE(out.IntersectRect(CRect(0, 0, 10, 10), CRect(10, 0, 20, 10)));  // touching only
   EXPECT_TRUE(out.IsRectNull());
+}
+
+// Sizes and middles of rectangles that span more than an int are worked out in
+// 64 bits and saturated to the int range: no overflow.
+TEST(CRect, ArithmeticSaturatesInsteadOfOverflowing) {
+  EXPECT_EQ(CRect(INT_MIN, 0, INT_MAX, 1).Width(), INT_MAX);
+  EXPECT_EQ(CRect(0, INT_MAX, 8, INT_MIN).Height(), INT_MIN);
+  EXPECT_EQ(CRect(INT_MAX - 1, INT_MAX - 3, INT_MAX, INT_MAX).CenterPoint(), CPoint(INT_MAX - 1, INT_MAX - 2));
+  EXPECT_EQ(CRect(CPoint(INT_MAX - 1, 0), CSize(5, 5)).right, INT_MAX);
+  CRect r(0, 0, 1, 1);
+  r.OffsetRect(INT_MAX, INT_MIN);
+  EXPECT_EQ(r, CRect(INT_MAX, INT_MIN, INT_MAX, INT_MIN + 1));
+  r.InflateRect(INT_MAX, 1);
+  EXPECT_EQ(r, CRect(0, INT_MIN, INT_MAX, INT_MIN + 2));
+  EXPECT_EQ(CPoint(INT_MAX, INT_MIN) + CPoint(1, -1), CPoint(INT_MAX, INT_MIN));
 }
 
 TEST(CArray, IndexOutOfRangeThrowsAndChangesNothing) {
