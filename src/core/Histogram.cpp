@@ -9,15 +9,19 @@
 #include "core/OperatorFrame.h"
 #include "core/PixelMath.h"
 #include "core/StatisticsRoutes.h"
+#include "platform/Exceptions.h"
 
 namespace {
 
 // Histograms clip their rectangle on one side per edge: left and top at least 0,
-// right and bottom at most the image. Order is not repaired.
+// right and bottom at most the image. Order is not repaired, but an inverted
+// result is made empty (right = left, bottom = top), so that its size is 0
+// rather than an int overflow and every route leaves the histogram empty.
 qorimg::LineRect ClipOneSided(const CLmrImage &image, const CRect *rect) {
   if (!rect) return {0, 0, image.GetWidth(), image.GetHeight()};
-  return {std::max(rect->left, 0), std::max(rect->top, 0), std::min(rect->right, image.GetWidth()),
-          std::min(rect->bottom, image.GetHeight())};
+  const int left = std::max(rect->left, 0), top = std::max(rect->top, 0);
+  return {left, top, std::max(left, std::min(rect->right, image.GetWidth())),
+          std::max(top, std::min(rect->bottom, image.GetHeight()))};
 }
 
 bool DitherApplies(double binsPerUnit) { return binsPerUnit > 0.0 && binsPerUnit <= 1.0; }
@@ -136,7 +140,9 @@ int FlatHeight(const CLmrImage &image, int nBins) {
 
 }  // namespace
 
+// With no bins there is nothing to read: the height is 0.
 int CLmrImage::GetHeightOfHistogram(int *pHist, int nBins) {
+  if (nBins < 1 || !pHist) return 0;
   int height = pHist[0];
   for (int i = 1; i < nBins; ++i) height = std::max(height, pHist[i]);
   return height;
@@ -157,9 +163,11 @@ void CLmrImage::HstAntialias(double r, double g, double b, double &outR, double 
 
 int CLmrImage::GetHistogram(int *const pHist, int nBins, double fMin, double fMax, int nPlane, int bLog,
                             int bHeight, int bCull, CRect *rect, int bProgress, int idMessage) {
+  if (!IsColor() && nPlane == -1) nPlane = 0;
+  CheckPlane(nPlane == -1 ? 2 : nPlane);  // brightness reads planes 0 to 2
+  if (!pHist && nBins > 0) AfxThrowInvalidArgException();
   const qorimg::LineRect r = ClipOneSided(*this, rect);
   ShowProgressInit(bProgress, idMessage ? idMessage : 6166, r.Height());
-  if (!IsColor() && nPlane == -1) nPlane = 0;
   std::fill(pHist, pHist + std::max(nBins, 0), 0);
 
   if (nPlane == -1) {  // brightness is binned on the 0..255 scale of plane 0's level
@@ -168,7 +176,7 @@ int CLmrImage::GetHistogram(int *const pHist, int nBins, double fMin, double fMa
   }
   const Binner binner{pHist, nBins, fMin, fMax, nBins / (fMax - fMin)};
   const SamplePattern pattern = MakePattern(*this, r, bCull);
-  if (nBins >= 1) {
+  if (nBins >= 1 && !r.IsEmpty()) {
     if (!pattern.culled && qorimg::IsWholePlane(*this)) {
       qorimg::HistogramPlane(*this, nPlane, r, fMin, fMax, nBins, pHist);
     } else {
@@ -190,13 +198,15 @@ int CLmrImage::GetHistogramRGB(int *const pRed, int *const pGreen, int *const pB
                                double fMax, double *const, double *const, int bLog, int bHeight, int bCull,
                                CRect *rect, int bProgress, int idMessage) {
   if (!IsColor()) return -1;
+  CheckPlane(2);
+  if ((!pRed || !pGreen || !pBlue) && nBins > 0) AfxThrowInvalidArgException();
   const qorimg::LineRect r = ClipOneSided(*this, rect);
   ShowProgressInit(bProgress, idMessage ? idMessage : 6166, r.Height());
   int *const hists[3] = {pRed, pGreen, pBlue};
   for (int *h : hists) std::fill(h, h + std::max(nBins, 0), 0);
   const double binsPerUnit = nBins / (fMax - fMin);
   const SamplePattern pattern = MakePattern(*this, r, bCull);
-  if (nBins >= 1) {
+  if (nBins >= 1 && !r.IsEmpty()) {
     if (!pattern.culled && qorimg::IsWholePlane(*this)) {
       qorimg::HistogramRgbPlanes(*this, r, fMin, fMax, nBins, pRed, pGreen, pBlue);
     } else {

@@ -1,6 +1,7 @@
 // Whole-image edits that move lines: Crop, Paste, PixelBlt, LiftUp, and the
 // rectangle and level helpers they rest on.
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <new>
 #include "core/LmrImage.h"
@@ -21,13 +22,17 @@ void CLmrImage::NormalizeRect(const CRect *rect, int &left, int &top, int &right
 }
 
 // A colour image with plane -1 moves its three levels together: plane 0 takes
-// (min, max) and planes 1 and 2 move by the same fractions of their own ranges.
+// (min, max) and planes 1 and 2, those of them that the image has, move by the
+// same fractions of their own ranges.
 bool CLmrImage::SetLevel(int plane, double min, double max) {
   if (plane == -1 && IsColor()) {
+    const int levels = std::min({GetPlanes(), static_cast<int>(LevelMin.size()), static_cast<int>(LevelMax.size()),
+                                 static_cast<int>(LevelRange.size())});
+    if (levels < 1) return false;
     const double dMin = (min - LevelMin[0]) / LevelRange[0];
     const double dMax = (max - LevelMax[0]) / LevelRange[0];
     bool ok = CImage::SetLevel(0, min, max);
-    for (int p = 1; p <= 2; ++p)
+    for (int p = 1; p <= 2 && p < levels; ++p)
       ok = CImage::SetLevel(p, LevelRange[p] * dMin + LevelMin[p], LevelRange[p] * dMax + LevelMax[p]) && ok;
     return ok;
   }
@@ -37,10 +42,14 @@ bool CLmrImage::SetLevel(int plane, double min, double max) {
 
 // A new image of the rectangle's size (the rectangle is not clipped). Parts of
 // the rectangle that lie outside this image come out as 0.0 rather than being
-// read from beyond it.
+// read from beyond it. A rectangle wider or higher than an int can count, or an
+// image without a store, makes no image.
 std::unique_ptr<CLmrImage> CLmrImage::Crop(const CRect &rect,
                                            const std::shared_ptr<lumora::Progress> &progress) const {
-  if (rect.Width() <= 0 || rect.Height() <= 0) return nullptr;
+  const long long width = static_cast<long long>(rect.right) - rect.left;
+  const long long height = static_cast<long long>(rect.bottom) - rect.top;
+  if (width <= 0 || height <= 0 || width > INT_MAX || height > INT_MAX) return nullptr;
+  if (IsEmpty()) return nullptr;  // no store to make the new image in
   std::unique_ptr<CLmrImage> target;
   try {
     target = std::make_unique<CLmrImage>(VmManager(), GetDataType(), rect.Width(), rect.Height(), GetPlanes(),
@@ -143,7 +152,7 @@ void CLmrImage::PixelBlt(int dstX, int dstY, int width, int height, CLmrImage *s
 void CLmrImage::LiftUp(int lines) {
   if (lines == 0) return;
   int done = 0;  // planes finished on the pipeline route
-  if (qorimg::IsWholePlane(*this) && GetDataType() == CImage::Float32) {
+  if (qorimg::IsWholePlane(*this) && GetDataType() == CImage::Float32 && HasArea()) {
     try {
       for (; done < GetPlanes(); ++done) qorimg::LiftUpPlane(*this, done, lines);
       return;

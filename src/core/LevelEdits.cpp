@@ -7,8 +7,8 @@
 
 void CLmrImage::CutOutOfLevel() {
   for (int p = 0; p < GetPlanes(); ++p) {
-    const float lo = static_cast<float>(LevelMin[p]);
-    const float hi = static_cast<float>(LevelMax[p]);
+    const float lo = static_cast<float>(GetLevelMin(p));
+    const float hi = static_cast<float>(GetLevelMax(p));
     const int width = GetWidth();
     qorimg::ParallelLines(0, GetHeight(), [&](int y) {
       float *line = GetImageAdr(0, y, p);
@@ -21,14 +21,17 @@ void CLmrImage::CutOutOfLevel() {
 }
 
 // Every plane to the range of plane 0, starting at zero:
-// v -> max(0, (v - lo) * r0 / r), evaluated in this order in float.
+// v -> max(0, (v - lo) * r0 / r), evaluated in this order in float. An image
+// without planes has nothing to cut; one without pixels takes the line loops,
+// which only set the levels.
 void CLmrImage::CutOutOfZeroLevel() {
-  const float r0 = static_cast<float>(LevelMax[0]) - static_cast<float>(LevelMin[0]);
-  if (qorimg::IsWholePlane(*this)) {
+  if (GetPlanes() < 1) return;
+  const float r0 = static_cast<float>(GetLevelMax(0)) - static_cast<float>(GetLevelMin(0));
+  if (qorimg::IsWholePlane(*this) && HasArea()) {
     std::unique_ptr<CLmrImage> target = CloneWithoutImage();
     if (!target) return;
     for (int p = 0; p < GetPlanes(); ++p) {
-      const float lo = static_cast<float>(LevelMin[p]), hi = static_cast<float>(LevelMax[p]);
+      const float lo = static_cast<float>(GetLevelMin(p)), hi = static_cast<float>(GetLevelMax(p));
       const float r = hi - lo;
       target->CImage::SetLevel(p, 0.0, r * r0 / r);
       qorimg::CutOutOfZeroLevelPlane(*this, p, lo, r, r0, *target);
@@ -37,7 +40,7 @@ void CLmrImage::CutOutOfZeroLevel() {
     return;
   }
   for (int p = 0; p < GetPlanes(); ++p) {
-    const float lo = static_cast<float>(LevelMin[p]), hi = static_cast<float>(LevelMax[p]);
+    const float lo = static_cast<float>(GetLevelMin(p)), hi = static_cast<float>(GetLevelMax(p));
     const float r = hi - lo;
     CImage::SetLevel(p, 0.0, r * r0 / r);
     const int width = GetWidth();
@@ -73,7 +76,8 @@ void CLmrImage::Threshold(ThresholdTest test, int plane, float threshold, float 
     for (int p = 0; p < GetPlanes(); ++p) Threshold(test, p, threshold, value);
     return;
   }
-  if (qorimg::IsWholePlane(*this)) {
+  CheckPlane(plane);
+  if (qorimg::IsWholePlane(*this) && HasArea()) {
     try {
       qorimg::ThresholdPlane(*this, plane, test, threshold, value);
       return;

@@ -53,8 +53,11 @@ public:
   int AttachDIB(const std::shared_ptr<CVmManager> &manager, HDIB dib);
 
   // Raw and level-mapped access. `plane` is 0, 1, 2 for R, G, B and 0 for mono.
+  // Every accessor that takes a plane raises the invalid-argument exception for a
+  // plane the image does not have.
   float *GetImageAdr(int x, int y, int plane, CImage::Mode mode = CImage::Write,
                      CVmImage::AddressHandle *handle = nullptr) const {
+    if (plane < 0 || plane >= GetPlanes()) AfxThrowInvalidArgException();
     return reinterpret_cast<float *>(
         CImage::GetImageAdr(x, y, plane, (mode & 1) != 0, (mode & 2) != 0, handle));
   }
@@ -92,9 +95,9 @@ public:
   static float CalcBright(float r, float g, float b);
   static double CalcBright(double r, double g, double b);
   static double CalcBrightL(double r, double g, double b);
-  float GetMinPixel(int plane) const { return MinPixel[plane]; }
-  float GetMaxPixel(int plane) const { return MaxPixel[plane]; }
-  float GetAvrPixel(int plane) const { return AvrPixel[plane]; }
+  float GetMinPixel(int plane) const { return MinPixel[CheckedRecord(plane)]; }
+  float GetMaxPixel(int plane) const { return MaxPixel[CheckedRecord(plane)]; }
+  float GetAvrPixel(int plane) const { return AvrPixel[CheckedRecord(plane)]; }
 
   // Transformed sampling: the source pixel under target (x, y) for a shift
   // (dx, dy), rotation (cs, sn) and magnification `mag` about the pivot.
@@ -188,6 +191,8 @@ public:
   void ThresholdLessThanEqual(int plane, float threshold, float value);
   int MakeDirectImage();
   void DeleteDirectImage();
+  // A width and a height above 0: the kernel pipelines are only called on such images.
+  bool HasArea() const { return GetWidth() > 0 && GetHeight() > 0; }
   bool HasDirectImage(int plane) const { return plane >= 0 && plane < 3 && DirectImage[plane] != nullptr; }
 
   // Progress by window message (message 1136 to the progress handle).
@@ -249,6 +254,12 @@ protected:
   static void HstAntialias(double r, double g, double b, double &outR, double &outG, double &outB,
                            double fBinsPerUnit);
 
+  // `plane` checked against the image and the three per-plane records.
+  int CheckedRecord(int plane) const {
+    CheckPlane(plane);
+    if (plane >= 3) AfxThrowInvalidArgException();
+    return plane;
+  }
   void CopyCarriedMembers(const CLmrImage &source);
   void Threshold(ThresholdTest test, int plane, float threshold, float value);
   // Bilinear sample of `plane` at (x, y) in double, before rounding.

@@ -11,10 +11,12 @@ float CLmrImage::GetPixelGray(int x, int y, int plane) const {
 }
 
 float CLmrImage::GetPixelGray(const float *p, int plane) const {
+  CheckPlane(plane);
   return *p - static_cast<float>(LevelMin[plane]);
 }
 
 float CLmrImage::GetPixelGray(double x, double y, int plane) const {
+  CheckPlane(plane);
   return static_cast<float>(Bilinear(x, y, plane) - LevelMin[plane]);
 }
 
@@ -23,6 +25,7 @@ unsigned char CLmrImage::GetPixelGray256(int x, int y, int plane) const {
 }
 
 unsigned char CLmrImage::GetPixelGray256(const float *p, int plane) const {
+  CheckPlane(plane);
   return qorimg::DisplayByte(*p, LevelMin[plane], LevelMax[plane], LevelRange[plane]);
 }
 
@@ -35,10 +38,12 @@ float CLmrImage::GetPixelGray256f(int x, int y, int plane) const {
 }
 
 float CLmrImage::GetPixelGray256f(const float *p, int plane) const {
+  CheckPlane(plane);
   return static_cast<float>((*p - LevelMin[plane]) / LevelRange[plane] * 255.0);
 }
 
 float CLmrImage::GetPixelGray256f(double x, double y, int plane) const {
+  CheckPlane(plane);
   return static_cast<float>((Bilinear(x, y, plane) - LevelMin[plane]) / LevelRange[plane] * 255.0);
 }
 
@@ -64,9 +69,15 @@ float CLmrImage::GetPixelBrightRaw(const float *r, const float *g, const float *
   return static_cast<float>(GetPixelBright256f(r, g, b) / 255.0 * LevelRange[0] + LevelMin[0]);
 }
 
-double CLmrImage::To256(double v, int plane) const { return (v - LevelMin[plane]) / LevelRange[plane] * 255.0; }
+double CLmrImage::To256(double v, int plane) const {
+  CheckPlane(plane);
+  return (v - LevelMin[plane]) / LevelRange[plane] * 255.0;
+}
 float CLmrImage::To256(float v, int plane) const { return static_cast<float>(To256(static_cast<double>(v), plane)); }
-double CLmrImage::ToRaw(double v, int plane) const { return v / 255.0 * LevelRange[plane] + LevelMin[plane]; }
+double CLmrImage::ToRaw(double v, int plane) const {
+  CheckPlane(plane);
+  return v / 255.0 * LevelRange[plane] + LevelMin[plane];
+}
 float CLmrImage::ToRaw(float v, int plane) const { return static_cast<float>(ToRaw(static_cast<double>(v), plane)); }
 
 void CLmrImage::SetPixelGray(int x, int y, float value, int plane) {
@@ -74,6 +85,7 @@ void CLmrImage::SetPixelGray(int x, int y, float value, int plane) {
 }
 
 void CLmrImage::SetPixelGray(float *p, float value, int plane) const {
+  CheckPlane(plane);
   *p = static_cast<float>(LevelMin[plane]) + value;
 }
 
@@ -82,6 +94,7 @@ void CLmrImage::SetPixelGray256f(int x, int y, float value, int plane) {
 }
 
 void CLmrImage::SetPixelGray256f(float *p, float value, int plane) const {
+  CheckPlane(plane);
   *p = static_cast<float>(value / 255.0 * LevelRange[plane] + LevelMin[plane]);
 }
 

@@ -2,6 +2,7 @@
 // rectangle, and the first or brightest pixel of a region.
 #include <algorithm>
 #include <cmath>
+#include <vector>
 #include "core/LmrImage.h"
 #include "core/OperatorFrame.h"
 #include "core/PixelMath.h"
@@ -9,11 +10,13 @@
 
 namespace {
 
-// Centroids clip like the histograms: one side per edge.
+// Centroids clip like the histograms: one side per edge. An inverted result is
+// made empty, so that its width and height are 0 rather than an int overflow.
 qorimg::LineRect ClipOneSided(const CLmrImage &image, const CRect *rect) {
   if (!rect) return {0, 0, image.GetWidth(), image.GetHeight()};
-  return {std::max(rect->left, 0), std::max(rect->top, 0), std::min(rect->right, image.GetWidth()),
-          std::min(rect->bottom, image.GetHeight())};
+  const int left = std::max(rect->left, 0), top = std::max(rect->top, 0);
+  return {left, top, std::max(left, std::min(rect->right, image.GetWidth())),
+          std::max(top, std::min(rect->bottom, image.GetHeight()))};
 }
 
 // The last step of every centroid: a result whose rounded pixel is not in the
@@ -22,8 +25,9 @@ void SettleCentroid(double &fX, double &fY, const qorimg::LineRect &rect) {
   const bool finite = std::isfinite(fX + 0.5) && std::isfinite(fY + 0.5);
   const int px = qorimg::TruncateToInt(fX + 0.5), py = qorimg::TruncateToInt(fY + 0.5);
   if (finite && px >= rect.left && px < rect.right && py >= rect.top && py < rect.bottom) return;
-  fX = (rect.left + rect.right) / 2;
-  fY = (rect.top + rect.bottom) / 2;
+  // In 64 bits: the middle of a far rectangle does not overflow.
+  fX = static_cast<double>((static_cast<long long>(rect.left) + rect.right) / 2);
+  fY = static_cast<double>((static_cast<long long>(rect.top) + rect.bottom) / 2);
 }
 
 qorimg::LineRect Unclipped(const CLmrImage &image, const CRect *rect) {
@@ -33,12 +37,15 @@ qorimg::LineRect Unclipped(const CLmrImage &image, const CRect *rect) {
 
 }  // namespace
 
-// Block route: a float sum divided by (Width - 1) * (Height - 1), so averages run
-// slightly high. Whole-plane route: the store's own statistics in physical units,
-// brought back to raw values.
+// Block route: each line summed in float, the line sums added in double, divided
+// by (Width - 1) * (Height - 1), so averages run slightly high. (One float sum
+// over a whole frame would lose most of it.) Whole-plane route: the store's own
+// statistics in physical units, brought back to raw values. An image without
+// pixels has nothing to measure and keeps its records.
 void CLmrImage::CalcMinMax() {
   const int planes = std::min(GetPlanes(), 3);
   const int width = GetWidth(), height = GetHeight();
+  if (!HasArea()) return;
   for (int p = 0; p < planes; ++p) {
     if (qorimg::IsWholePlane(*this)) {
       const auto [lo, hi, avr] = GetMinMaxAvr(p);
@@ -48,19 +55,22 @@ void CLmrImage::CalcMinMax() {
       AvrPixel[p] = static_cast<float>((avr - Bzero) / Bscale);
       continue;
     }
-    float min = *GetImageAdr(0, 0, p, CImage::ReadOnly), max = min, sum = 0.0f;
+    float min = *GetImageAdr(0, 0, p, CImage::ReadOnly), max = min;
+    double sum = 0.0;
     for (int y = 0; y < height; ++y) {
       const float *line = GetImageAdr(0, y, p, CImage::ReadOnly);
+      float lineSum = 0.0f;
       for (int x = 0; x < width; ++x) {
         const float v = line[x];
         if (v < min) min = v;
         if (v > max) max = v;
-        sum += v;
+        lineSum += v;
       }
+      sum += lineSum;
     }
     MinPixel[p] = min;
     MaxPixel[p] = max;
-    AvrPixel[p] = sum / static_cast<float>(static_cast<long long>(width - 1) * (height - 1));
+    AvrPixel[p] = static_cast<float>(sum / static_cast<double>(static_cast<long long>(width - 1) * (height - 1)));
   }
 }
 
@@ -69,6 +79,7 @@ void CLmrImage::CalcMinMax() {
 // none, so that the region never starts outside the image.
 void CLmrImage::CalcMinMax(int nMargin) {
   const int width = GetWidth(), height = GetHeight();
+  if (!HasArea()) return;
   const int margin = std::max(nMargin, 0);
   const int x0 = std::min(width - 1, margin), x1 = std::max(width - margin, 0);
   const int y0 = std::min(height - 1, margin), y1 = std::max(height - margin, 0);
@@ -93,23 +104,26 @@ void CLmrImage::CalcMinMax(int nMargin) {
 }
 
 // Whole-plane route: each sample over Width * Height, summed in double. Block
-// route: a parallel sum in double over (Width - 1) * (Height - 1), the divisor of
-// CalcMinMax; the two routes differ by that factor.
+// route: line sums in double, in parallel, added in line order, over
+// (Width - 1) * (Height - 1), the divisor of CalcMinMax; the two routes differ by
+// that factor. A failing line (a store error) reaches the caller.
 float CLmrImage::GetAvrGrayRaw(int nPlane) {
-  if (qorimg::IsWholePlane(*this)) return qorimg::AveragePlane(*this, nPlane);
+  CheckPlane(nPlane);
+  if (qorimg::IsWholePlane(*this) && HasArea()) return qorimg::AveragePlane(*this, nPlane);
   const int width = GetWidth(), height = GetHeight();
-  double sum = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : sum)
-  for (int y = 0; y < height; ++y) {
+  std::vector<double> lineSums(static_cast<std::size_t>(std::max(height, 0)));
+  qorimg::ParallelLines(0, height, [&](int y) {
     const float *line = GetImageAdr(0, y, nPlane, CImage::ReadOnly);
     double lineSum = 0.0;
     for (int x = 0; x < width; ++x) lineSum += line[x];
-    sum += lineSum;
-  }
+    lineSums[static_cast<std::size_t>(y)] = lineSum;
+  });
+  double sum = 0.0;
+  for (double s : lineSums) sum += s;
   return static_cast<float>(sum / (width - 1) / (height - 1));
 }
 
-float CLmrImage::GetAvrGray(int nPlane) { return GetAvrGrayRaw(nPlane) - static_cast<float>(LevelMin[nPlane]); }
+float CLmrImage::GetAvrGray(int nPlane) { return GetAvrGrayRaw(nPlane) - static_cast<float>(GetLevelMin(nPlane)); }
 
 float CLmrImage::GetAvrGray256f(int nPlane) {
   return static_cast<float>((GetAvrGrayRaw(nPlane) - LevelMin[nPlane]) / LevelRange[nPlane] * 255.0);
@@ -216,6 +230,7 @@ float CLmrImage::GetMaxPixel(int nPlane, CRect *rect, int &nX, int &nY) {
   const qorimg::LineRect r = qorimg::ClipRect(*this, rect);
   nX = nY = -1;
   if (!IsColor()) nPlane = std::max(nPlane, 0);
+  CheckPlane(nPlane);
   if (r.left >= GetWidth() || r.top >= GetHeight()) return 0.0f;
   float best = *GetImageAdr(r.left, r.top, nPlane, CImage::ReadOnly);
   for (int y = r.top; y < r.bottom; ++y) {

@@ -9,6 +9,7 @@
 #include <tuple>
 #include <vector>
 #include "Export.h"
+#include "platform/Exceptions.h"
 #include "platform/Object.h"
 #include "platform/String.h"
 #include "platform/WinTypes.h"
@@ -101,7 +102,7 @@ public:
   double GetBzero() const { return Bzero; }
   void SetBscale(double v) { Bscale = v; }
   void SetBzero(double v) { Bzero = v; }
-  int GetPixelCount() const { return Axes[0] * Axes[1] * Axes[2]; }
+  long long GetPixelCount() const { return static_cast<long long>(Axes[0]) * Axes[1] * Axes[2]; }
   int GetBytesPixel() const;
   long long GetImageSize() const { return static_cast<long long>(Axes[0]) * Axes[1] * Axes[2] * GetBytesPixel(); }
 
@@ -109,9 +110,24 @@ public:
   const std::vector<double> &GetLevelMin() const { return LevelMin; }
   const std::vector<double> &GetLevelMax() const { return LevelMax; }
   const std::vector<double> &GetLevelRange() const { return LevelRange; }
-  double GetLevelMin(int plane) const { return LevelMin.at(static_cast<std::size_t>(plane)); }
-  double GetLevelMax(int plane) const { return LevelMax.at(static_cast<std::size_t>(plane)); }
-  double GetLevelRange(int plane) const { return LevelRange.at(static_cast<std::size_t>(plane)); }
+  // Raises the invalid-argument exception unless the image has `plane`, with its levels.
+  void CheckPlane(int plane) const {
+    const auto p = static_cast<std::size_t>(plane);
+    if (plane < 0 || plane >= Axes[2] || p >= LevelMin.size() || p >= LevelMax.size() || p >= LevelRange.size())
+      AfxThrowInvalidArgException();
+  }
+  double GetLevelMin(int plane) const {
+    CheckPlane(plane);
+    return LevelMin[static_cast<std::size_t>(plane)];
+  }
+  double GetLevelMax(int plane) const {
+    CheckPlane(plane);
+    return LevelMax[static_cast<std::size_t>(plane)];
+  }
+  double GetLevelRange(int plane) const {
+    CheckPlane(plane);
+    return LevelRange[static_cast<std::size_t>(plane)];
+  }
   std::vector<double> &LevelMinRef() { return LevelMin; }
   std::vector<double> &LevelMaxRef() { return LevelMax; }
   std::vector<double> &LevelRangeRef() { return LevelRange; }

@@ -1,7 +1,11 @@
 // Degenerate images, non-finite samples and a store that cannot allocate: each
 // gives a defined result or the store's exception, never a crash.
+#include <climits>
 #include <cmath>
 #include "core/ImgCalculation.h"
+#include "display/MemoryDIB.h"
+#include "platform/Exceptions.h"
+#include "platform/GlobalMemory.h"
 #include "support/Fixtures.h"
 
 namespace qorimg::test {
@@ -42,6 +46,108 @@ TEST_P(BadInputTest, NonFiniteSamplesPassThroughArithmetic) {
   EXPECT_EQ(out[5], 0.0f);
   CImgCalculation::Calculate(*target, 10.0, 2, 0, src.get(), nullptr, 0);
   EXPECT_EQ(ReadPlane(*target, 0)[5], INFINITY);  // overflow to infinity, not undefined
+}
+
+// Returns, or throws the library's invalid-argument exception or the store's own.
+::testing::AssertionResult Clean(const std::function<void()> &call) {
+  try {
+    call();
+  } catch (CInvalidArgException *) {
+  } catch (const lumora::CLumoraImageException &) {
+  } catch (...) {
+    return ::testing::AssertionFailure() << "another exception";
+  }
+  return ::testing::AssertionSuccess();
+}
+
+// Every member over one image that does not name a pixel: edits, statistics,
+// records, display.
+std::vector<std::function<void()>> Members(CLmrImage &img, CLmrImage &other) {
+  static std::vector<int> hist(16);
+  static CRect rect(1, 1, 3, 3);
+  static int nx, ny;
+  static double fx, fy;
+  return {
+      [&] { CImgCalculation::Calculate(img, 2.0, 0, 0, &other, nullptr, 0); },
+      [&] { img.LiftUp(1); }, [&] { img.CutOutOfLevel(); }, [&] { img.CutOutOfZeroLevel(); },
+      [&] { img.ThresholdGreaterThan(-1, 1.0f, 0.0f); }, [&] { img.ThresholdEqual(0, 1.0f, 0.0f); },
+      [&] { img.SetLevel(-1, 0.0, 10.0); }, [&] { img.Crop(rect); }, [&] { img.Paste(&other, nullptr); },
+      [&] { img.PixelBlt(0, 0, 4, 4, &other, 0, 0, 1); }, [&] { img.MakeDirectImage(); },
+      [&] { img.CalcMinMax(); }, [&] { img.CalcMinMax(1); }, [&] { img.GetAvrGrayRaw(0); },
+      [&] { img.GetAvrGray(0); }, [&] { img.GetAvrGray256f(0); },
+      [&] { img.GetHistogram(hist.data(), 16, 0.0, 100.0, -1, 1, 1, 0, nullptr, 0, 0); },
+      [&] { img.GetHistogramRGB(hist.data(), hist.data(), hist.data(), 16, 0, 9, nullptr, nullptr, 0, 1, 0, &rect, 0, 0); },
+      [&] { img.GetCentroid(fx, fy, nullptr); }, [&] { img.GetCentroid(nx, ny, &rect); },
+      [&] { img.GetCentroidRaw(fx, fy, nullptr); }, [&] { img.Get1stBrighterPixel(0, nullptr, 0.0, nx, ny); },
+      [&] { img.GetMaxPixel(0, nullptr, nx, ny); }, [&] { img.GetMinPixel(0); }, [&] { img.GetAvrPixel(0); },
+      [&] { img.To256(1.0f, 0); }, [&] { img.ToRaw(1.0, 0); }, [&] { img.GetLevelRange(0); },
+      [&] { GlobalFree(img.GetDib(24)); }, [&] { GlobalFree(img.GetDib(8)); },
+      [&] {
+        CWnd wnd(4, 4, 32);
+        CMemoryDIB dib;
+        if (dib.Create(&wnd, 4, 4, 0)) img.ToDIB(&dib, nullptr);
+      },
+  };
+}
+
+TEST_P(BadInputTest, AnImageWithoutPlanesReturnsOrThrowsCleanly) {
+  CLmrImage never;
+  auto other = MakeImage(4, 4, 3);
+  auto calls = Members(never, *other);
+  calls.insert(calls.end(), {[&] { never.GetPixelGrayRaw(0.5, 0.5, 0); }, [&] { never.GetPixelGray256f(0, 0, 0); },
+                             [&] { never.GetPixelBright256f(0, 0); }, [&] { never.GetPixelGrayRawBuf(0.5, 0.5, 0); }});
+  for (std::size_t i = 0; i < calls.size(); ++i) EXPECT_TRUE(Clean(calls[i])) << "member " << i;
+  auto emptied = MakeImage(4, 4, 3);
+  emptied->Empty();
+  const auto again = Members(*emptied, *other);
+  for (std::size_t i = 0; i < again.size(); ++i) EXPECT_TRUE(Clean(again[i])) << "member " << i;
+  EXPECT_THROW(emptied->GetAvrGrayRaw(1), lumora::CLumoraImageException);  // out of the parallel loop
+}
+
+// A width or height of 0 does nothing on every route; nothing throws.
+TEST_P(BadInputTest, ZeroSizedImagesDoNothing) {
+  for (auto [w, h] : {std::pair{0, 5}, {5, 0}, {0, 0}}) {
+    auto img = MakeImage(w, h, 3), other = MakeImage(w, h, 3);
+    const auto calls = Members(*img, *other);
+    for (std::size_t i = 0; i < calls.size(); ++i) EXPECT_NO_THROW(calls[i]()) << w << "x" << h << " member " << i;
+  }
+}
+
+// Planes the image does not have are refused with the invalid-argument
+// exception; plane -1 of SetLevel moves only the planes that exist.
+TEST_P(BadInputTest, PlaneArgumentsAreCheckedAndSizesAre64Bit) {
+  auto ab = MakeImage(6, 4, 2), mono = MakeImage(6, 4, 1);
+  ab->CalcMinMax();
+  float sample = 1.0f;
+  int nx, ny;
+  std::vector<int> hist(8);
+  const std::vector<std::function<void()>> bad = {
+      [&] { ab->GetMinPixel(2); }, [&] { ab->GetMaxPixel(-1); }, [&] { mono->GetAvrPixel(1); },
+      [&] { ab->GetLevelMin(2); }, [&] { ab->To256(1.0, 2); }, [&] { mono->ToRaw(1.0f, -1); },
+      [&] { ab->GetPixelGray256f(&sample, 2); }, [&] { ab->GetPixelGray256(&sample, 3); },
+      [&] { ab->SetPixelGray256f(&sample, 1.0f, 2); }, [&] { mono->GetAvrGray(1); },
+      [&] { mono->GetAvrGrayRaw(-1); }, [&] { mono->GetPixelGrayRaw(0, 0, 1); },
+      [&] { mono->GetMaxPixel(1, nullptr, nx, ny); }, [&] { mono->ThresholdGreaterThan(2, -1e9f, 0.0f); },
+      [&] { mono->GetHistogram(hist.data(), 8, 0.0, 9.0, 1, 0, 0, 0, nullptr, 0, 0); },
+      [&] { ab->GetHistogram(hist.data(), 8, 0.0, 9.0, -1, 0, 0, 0, nullptr, 0, 0); },
+      [&] { ab->GetHistogramRGB(hist.data(), hist.data(), hist.data(), 8, 0, 9, nullptr, nullptr, 0, 0, 0, nullptr, 0, 0); },
+      [&] { mono->GetHistogram(nullptr, 8, 0.0, 9.0, 0, 0, 0, 0, nullptr, 0, 0); },
+  };
+  for (std::size_t i = 0; i < bad.size(); ++i) EXPECT_THROW(bad[i](), CInvalidArgException *) << "call " << i;
+  EXPECT_EQ(ReadPlane(*mono, 0), ReadPlane(*MakeImage(6, 4, 1), 0));  // nothing was written
+
+  ab->CImage::SetLevel(1, 10.0, 20.0);
+  EXPECT_TRUE(ab->SetLevel(-1, 100.0, 1100.0));  // plane 0 moves by a tenth of its range up
+  EXPECT_EQ(ab->GetLevelMin(1), 11.0);
+  EXPECT_EQ(ab->GetLevelMax(1), 21.0);
+  // No bins: the height is 0 and no bin is read.
+  EXPECT_EQ(mono->GetHistogram(nullptr, 0, 0.0, 9.0, 0, 0, 1, 0, nullptr, 0, 0), 0);
+
+  CLmrImage huge;
+  huge.SetWidth(100000);
+  huge.SetHeight(100000);
+  huge.SetPlanes(3);
+  EXPECT_EQ(huge.GetPixelCount(), 30000000000LL);
 }
 
 TEST(BadInputStore, AStoreThatCannotAllocateThrowsItsExceptionAndLeaksNothing) {

@@ -1,4 +1,5 @@
 // Whole-image edits on every route, with the route differences that stand.
+#include <climits>
 #include <cmath>
 #include "kernels/Buffers.h"
 #include "support/Fixtures.h"
@@ -42,6 +43,7 @@ TEST_P(ImageEditsTest, CropCopiesTheRectangleWithLevelsAndZerosWhatLiesOutside) 
   EXPECT_EQ(beyond->GetPixelGrayRaw(0, 0, 0), 0.0f);
   EXPECT_EQ(beyond->GetPixelGrayRaw(4, 3, 2), 0.0f);
   EXPECT_FALSE(img->Crop(CRect(4, 4, 4, 9)));
+  EXPECT_FALSE(img->Crop(CRect(INT_MIN, 0, INT_MAX, 1)));  // wider than any image can be
 }
 
 TEST_P(ImageEditsTest, CropFallsBackToLinesWhenTheTemporaryFails) {

@@ -168,6 +168,43 @@ TEST_P(StatisticsTest, MinMaxWithMarginSkipsTheBorderAndZeros) {
   EXPECT_TRUE(std::isnan(blank->GetAvrPixel(0)));
 }
 
+// Each line is summed in float and the line sums in double: a large frame of one
+// value keeps its average (one float sum over 6000 x 4000 samples gave 716.1 for
+// 1000), over the divisor (W - 1)(H - 1) on the line loops.
+TEST_P(StatisticsTest, AverageOfALargeFrameKeepsItsSum) {
+  constexpr int kW = 3000, kH = 2000;
+  auto img = MakeImage(kW, kH, 1, [](int, int, int) { return 1000.0f; });
+  img->CalcMinMax();
+  const double sum = 1000.0 * kW * kH;
+  EXPECT_EQ(img->GetAvrPixel(0), PlaneRoute() ? 1000.0f : static_cast<float>(sum / ((kW - 1.0) * (kH - 1.0))));
+  EXPECT_EQ(img->GetMinPixel(0), 1000.0f);
+  EXPECT_EQ(img->GetMaxPixel(0), 1000.0f);
+}
+
+// Clipped, inverted and far-out rectangles give empty histograms on every route,
+// and a far rectangle's middle is worked out without overflow.
+TEST_P(StatisticsTest, RectanglesOutsideOrInvertedGiveEmptyHistograms) {
+  auto img = MakeImage(12, 9, 3, Counts);
+  const std::vector<int> none(64, 0);
+  for (CRect rect : {CRect(0, INT_MAX, 8, INT_MIN), CRect(INT_MIN, 0, INT_MAX, INT_MIN), CRect(20, 0, 30, 9),
+                     CRect(5, 7, 2, 9), CRect(0, 9, 12, 20)}) {
+    std::vector<int> r(64, 7), g(64, 7), b(64, 7);
+    for (int plane : {0, -1}) {
+      EXPECT_EQ(img->GetHistogram(r.data(), 64, 0.0, 200.0, plane, 0, 1, 0, &rect, 0, 0), 0);
+      EXPECT_EQ(r, none);
+    }
+    img->GetHistogramRGB(r.data(), g.data(), b.data(), 64, 0.0, 200.0, nullptr, nullptr, 0, 0, 0, &rect, 0, 0);
+    EXPECT_TRUE(r == none && g == none && b == none);
+  }
+  CRect far(INT_MAX - 1, INT_MAX - 3, INT_MAX, INT_MAX);
+  int nx, ny;
+  img->GetCentroid(nx, ny, &far);
+  EXPECT_EQ(nx, INT_MAX - 1);
+  EXPECT_EQ(ny, INT_MAX - 2);
+  img->GetCentroidRaw(nx, ny, &far);
+  EXPECT_EQ(nx, INT_MAX - 1);
+}
+
 // A Gaussian star on a flat sky: the centroid against a double-precision
 // reference of the same weighting. The routes may sum in another order (the
 // pipeline in parallel), so the tolerance is a small fraction of a pixel.
