@@ -6,6 +6,7 @@
 #include "display/DibPlaneRoutes.h"
 
 #include "core/PlaneBinding.h"
+#include "display/DisplayMapping.h"
 #include "display/MemoryDIB.h"
 #include "display/VmDIB.h"
 #include "kernels/Display.h"
@@ -52,11 +53,11 @@ void ToDib32ColorPlanes(const CLmrImage &image, CBaseDIB &dib, const LineRect &r
     return;
   }
   auto bytes = BitmapBuffer(dib.GetImageAdr32(rect.left, rect.top), 4, rect, -static_cast<long long>(dib.GetAlign()));
-  image_buffer_32bit_float(InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2),
-                           static_cast<float>(image.GetLevelMin(0)), static_cast<float>(image.GetLevelRange(0)),
-                           static_cast<float>(image.GetLevelMin(1)), static_cast<float>(image.GetLevelRange(1)),
-                           static_cast<float>(image.GetLevelMin(2)), static_cast<float>(image.GetLevelRange(2)),
-                           bytes);
+  // The loops' scale k, worked out in double, so that both map every sample alike.
+  const FloatLevels r(image, 0), g(image, 1), b(image, 2);
+  image_buffer_32bit_float(InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2), r.lo,
+                           static_cast<float>(image.GetLevelRange(0)), g.lo, static_cast<float>(image.GetLevelRange(1)),
+                           b.lo, static_cast<float>(image.GetLevelRange(2)), r.scale, g.scale, b.scale, bytes);
 }
 
 }  // namespace qorimg

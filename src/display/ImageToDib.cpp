@@ -13,14 +13,15 @@ namespace qorimg {
 namespace {
 
 // The rectangle in the bitmap's coordinates: left and top clamped to
-// 0..size - 1, right and bottom to 0..size, so that a rectangle beyond the right
-// or bottom edge still reaches the last column or line. It is then also kept
-// inside the image, which is not read beyond its edges when the two differ in
-// size.
+// 0..size - 1, right and bottom to 0..size. A rectangle that starts wholly right
+// of or below the bitmap gives nothing (rather than the last column or line).
+// It is then also kept inside the image, which is not read beyond its edges
+// when the two differ in size.
 LineRect ClipToDib(const CBaseDIB &dib, const CRect *rect, const CImage &image) {
   const int w = dib.GetWidth(), h = dib.GetHeight();
   LineRect r{0, 0, w, h};
   if (rect) {
+    if (rect->left >= w || rect->top >= h) return {};
     r.left = std::clamp(rect->left, 0, w - 1);
     r.top = std::clamp(rect->top, 0, h - 1);
     r.right = std::clamp(rect->right, 0, w);

@@ -152,19 +152,34 @@ int CVmDIB::BitBlt(CWnd *, CPaintDC *dc, int x, int y, int w, int h, int srcX, i
 int CVmDIB::StretchBlt(CWnd *, CDC *dc, int x, int y, int w, int h, int srcX, int srcY, int srcW, int srcH,
                        DWORD rop) {
   if (IsEmpty() || !dc || w <= 0 || h <= 0 || srcW <= 0 || srcH <= 0) return 0;
+  // Only the part of the source rectangle that lies in the bitmap is shown, on
+  // the destination columns and lines it scales to; the band is thus never wider
+  // than the bitmap whatever the sizes. Offsets count from the source corner, in
+  // 64 bits.
+  using qorimg::geometry::Saturate;
+  const long long first = std::clamp(-static_cast<long long>(srcX), 0LL, static_cast<long long>(srcW));
+  const long long last = std::clamp(static_cast<long long>(Width) - srcX, first, static_cast<long long>(srcW));
+  const long long topLine = std::clamp(-static_cast<long long>(srcY), 0LL, static_cast<long long>(srcH));
+  const long long endLine = std::clamp(static_cast<long long>(Height) - srcY, topLine, static_cast<long long>(srcH));
+  const long long left = first * w / srcW, right = last * w / srcW;
+  if (right <= left || endLine <= topLine) return 1;  // nothing of the bitmap reaches the destination
+  const int bandWidth = static_cast<int>(last - first);
   int ok = 1;
   try {
     CMemoryDIB band;
-    const int bandLines = std::min(srcH, kBandLines);
-    if (!band.CreateCompatible(*this, srcW, bandLines)) return 0;
+    const int bandLines = static_cast<int>(std::min<long long>(endLine - topLine, kBandLines));
+    if (!band.CreateCompatible(*this, bandWidth, bandLines)) return 0;
     const PaletteSelection selection(*dc, Palette);
-    for (int top = 0; top < srcH && ok; top += bandLines) {
-      const int lines = std::min(bandLines, srcH - top);
-      CopyLinesTo(band, srcX, srcY + top, lines, 0);
+    for (long long top = topLine; top < endLine && ok; top += bandLines) {
+      const int lines = static_cast<int>(std::min<long long>(bandLines, endLine - top));
+      CopyLinesTo(band, static_cast<int>(srcX + first), static_cast<int>(srcY + top), lines, 0);
       // The band's destination lines, scaled from its source lines.
-      const int from = static_cast<int>(static_cast<long long>(top) * h / srcH);
-      const int to = static_cast<int>(static_cast<long long>(top + lines) * h / srcH);
-      if (to > from) ok = dc->StretchBlt(x, y + from, w, to - from, &band.GetDC(), 0, 0, srcW, lines, rop) ? 1 : 0;
+      const long long from = top * h / srcH, to = (top + lines) * h / srcH;
+      if (to > from)
+        ok = dc->StretchBlt(Saturate(x + left), Saturate(y + from), static_cast<int>(right - left),
+                            static_cast<int>(to - from), &band.GetDC(), 0, 0, bandWidth, lines, rop)
+                 ? 1
+                 : 0;
     }
   } catch (const lumora::CVmMemoryAllocationError &) {
     ok = 0;

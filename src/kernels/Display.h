@@ -5,8 +5,10 @@
 //       levels: 1-D double {min, max, range} of red, green, blue; 3 bytes a pixel,
 //       the display mapping in double.
 //   image_buffer_32bit_float(red, green, blue, fRedLevelMin, fRedLevelRange, fGreenLevelMin,
-//                            fGreenLevelRange, fBlueLevelMin, fBlueLevelRange, output)
-//       4 bytes a pixel, the mapping in single precision, the fourth byte 0.
+//                            fGreenLevelRange, fBlueLevelMin, fBlueLevelRange, fRedScale,
+//                            fGreenScale, fBlueScale, output)
+//       4 bytes a pixel, the mapping in single precision with k = fXxxScale
+//       (the caller's (float)(255.0 / range)), the fourth byte 0.
 #pragma once
 #include "image_buffer_32bit_float.h"
 #include "todib32_float.h"

@@ -1,5 +1,6 @@
 // The store-backed bitmap against the in-memory one: filled by ToDIB and shown
 // in bands on a window, it must give the same pixels; copies and the packed form.
+#include <climits>
 #include <cstring>
 #include "display/DisplaySupport.h"
 #include "display/MemoryDIB.h"
@@ -140,6 +141,31 @@ public:
 private:
   std::vector<std::vector<unsigned char>> blocks;  // one store only
 };
+
+// The source rectangle is intersected with the bitmap first: parts outside it
+// leave the window as it was, as with a memory bitmap, and the band is only as
+// wide as the bitmap whatever the source width.
+TEST_P(DibBlitTest, StretchBltTakesOnlyTheSourceInsideTheBitmap) {
+  auto image = MakeImage(20, 20, 3);
+  CWnd screen(20, 20, 24);
+  CMemoryDIB memory;
+  CVmDIB stored;
+  ASSERT_EQ(memory.Create(&screen, 20, 20, 0), 1);
+  ASSERT_EQ(stored.Create(Manager(), &screen, 20, 20, 0), 1);
+  image->ToDIB(&memory, nullptr);
+  image->ToDIB(&stored, nullptr);
+  CWnd a(40, 30, 24), b(40, 30, 24);
+  a.Fill(RGB(1, 2, 3));
+  b.Fill(RGB(1, 2, 3));
+  CPaintDC da(&a), db(&b);
+  EXPECT_EQ(memory.StretchBlt(&a, &da, 0, 0, 40, 30, -10, -5, 40, 30, SRCCOPY), 1);
+  EXPECT_EQ(stored.StretchBlt(&b, &db, 0, 0, 40, 30, -10, -5, 40, 30, SRCCOPY), 1);
+  EXPECT_TRUE(SameRaster(a, b));
+  EXPECT_EQ(b.GetPixel(5, 5), RGB(1, 2, 3));
+  EXPECT_EQ(stored.StretchBlt(&b, &db, 0, 0, 40, 30, 0, 0, 1 << 30, 1 << 30, SRCCOPY), 1);
+  EXPECT_EQ(stored.StretchBlt(&b, &db, 0, 0, 40, 30, INT_MIN, INT_MIN, INT_MAX, INT_MAX, SRCCOPY), 1);
+  EXPECT_TRUE(SameRaster(a, b));  // nothing of the bitmap reaches a destination pixel
+}
 
 TEST(DibBlitFailureTest, StretchBltReportsAStoreFailureAsZeroAndBitBltPassesItOn) {
   auto store = std::make_shared<FailingStore>();

@@ -1,6 +1,7 @@
 // ToDIB into in-memory bitmaps at every screen depth: the single-precision
 // mapping, the formats, the dither and the rectangle rules.
 #include <array>
+#include <climits>
 #include <cstring>
 #include "display/DisplaySupport.h"
 #include "display/MemoryDIB.h"
@@ -105,10 +106,11 @@ TEST_P(ToDibTest, RectangleIsClippedToTheBitmapAndOutsidePixelsStay) {
   check(CRect(-20, -20, -5, -5), CRect());          // above and left: nothing
   check(CRect(3, 3, 3, 5), CRect());                // empty: nothing
   check(CRect(-5, 2, 3, 4), CRect(0, 2, 3, 4));
-  // Left and top are clamped to size - 1, right and bottom to size: a rectangle
-  // beyond the right edge still reaches the last column.
-  check(CRect(15, 1, 30, 3), CRect(9, 1, 10, 3));
-  check(CRect(2, 9, 4, 12), CRect(2, 5, 4, 6));
+  check(CRect(8, 1, 30, 3), CRect(8, 1, 10, 3));
+  // Wholly right of or below the bitmap: nothing, not the last column or line.
+  check(CRect(15, 1, 30, 3), CRect());
+  check(CRect(2, 9, 4, 12), CRect());
+  check(CRect(INT_MAX, INT_MIN, INT_MIN, INT_MAX), CRect());
 }
 
 TEST_P(ToDibTest, BitmapOfAnotherSizeGetsOnlyWhatTheImageCovers) {
@@ -177,6 +179,27 @@ TEST_P(ToDibTest, ThirtyTwoBitColourRoutesOverARectangle) {
       }
     }
   EXPECT_EQ(stored.GetImageAdr24(5, 4)[0], doubleMapping ? 85 : 84);
+}
+
+// The pipeline is given the loops' scale k = (float)(255.0 / range) rather than
+// working it out from the range rounded to float: on levels 0..70000.3 the two
+// differ by a step at 31294.25 and 62588.5, which planes 0 and 1 run through.
+TEST_P(ToDibTest, ThirtyTwoBitColourPipelineUsesTheLoopsScale) {
+  auto fill = [](int x, int y, int p) {
+    const float i = x + 64.0f * y - 512.0f;
+    return p == 0 ? 31294.25f + i * 0.25f : p == 1 ? 62588.5f + i * 0.25f : (i + 512.0f) * 68.5f;
+  };
+  auto image = MakeImage(64, 16, 3, fill);
+  auto reference = test::MakeImage(MakeManager(StoreKind::Block), 64, 16, 3, fill);
+  for (CLmrImage *i : {image.get(), reference.get()})
+    for (int p = 0; p < 3; ++p) i->CImage::SetLevel(p, 0.0, 70000.3);
+  CMemoryDIB onRoute, byLoops;
+  MakeDib(onRoute, 32, 64, 16);
+  MakeDib(byLoops, 32, 64, 16);
+  image->ToDIB(&onRoute, nullptr);
+  reference->ToDIB(&byLoops, nullptr);
+  for (int y = 0; y < 16; ++y)
+    for (int x = 0; x < 64; ++x) ASSERT_EQ(std::memcmp(onRoute.GetImageAdr32(x, y), byLoops.GetImageAdr32(x, y), 3), 0) << x << "," << y;
 }
 
 TEST_P(ToDibTest, ZeroLevelRangeSplitsAtTheLevel) {
