@@ -86,6 +86,7 @@ std::unique_ptr<CLmrImage> CLmrImage::Crop(const CRect &rect,
 // rectangle is clipped against both images, so a smaller source is never read
 // beyond its edges.
 void CLmrImage::Paste(CLmrImage *src, CRect *rect) {
+  if (!src) AfxThrowInvalidArgException();
   int left, top, right, bottom;
   NormalizeRect(rect, left, top, right, bottom);
   right = std::min(right, src->GetWidth());
@@ -104,6 +105,7 @@ void CLmrImage::Paste(CLmrImage *src, CRect *rect) {
 
 void CLmrImage::PixelBlt(int dstX, int dstY, int width, int height, CLmrImage *src, int srcX, int srcY,
                          int convert) {
+  if (!src) AfxThrowInvalidArgException();
   if (GetPlanes() != src->GetPlanes()) return;
   dstX = std::clamp(dstX, 0, GetWidth());
   dstY = std::clamp(dstY, 0, GetHeight());

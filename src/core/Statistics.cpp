@@ -39,7 +39,7 @@ qorimg::LineRect Unclipped(const CLmrImage &image, const CRect *rect) {
 
 // Block route: each line summed in float, the line sums added in double, divided
 // by (Width - 1) * (Height - 1), so averages run slightly high. (One float sum
-// over a whole frame would lose most of it.) Whole-plane route: the store's own
+// over a large frame loses much of it.) Whole-plane route: the store's own
 // statistics in physical units, brought back to raw values. An image without
 // pixels has nothing to measure and keeps its records.
 void CLmrImage::CalcMinMax() {

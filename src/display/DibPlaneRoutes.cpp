@@ -53,11 +53,10 @@ void ToDib32ColorPlanes(const CLmrImage &image, CBaseDIB &dib, const LineRect &r
     return;
   }
   auto bytes = BitmapBuffer(dib.GetImageAdr32(rect.left, rect.top), 4, rect, -static_cast<long long>(dib.GetAlign()));
-  // The loops' scale k, worked out in double, so that both map every sample alike.
+  // The loops' own float levels, so that both routes map every sample alike.
   const FloatLevels r(image, 0), g(image, 1), b(image, 2);
-  image_buffer_32bit_float(InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2), r.lo,
-                           static_cast<float>(image.GetLevelRange(0)), g.lo, static_cast<float>(image.GetLevelRange(1)),
-                           b.lo, static_cast<float>(image.GetLevelRange(2)), r.scale, g.scale, b.scale, bytes);
+  image_buffer_32bit_float(InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2), r.lo, r.hi, r.scale,
+                           g.lo, g.hi, g.scale, b.lo, b.hi, b.scale, bytes);
 }
 
 }  // namespace qorimg

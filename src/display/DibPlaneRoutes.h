@@ -19,9 +19,10 @@ void GetDib24ColorPlanes(const CLmrImage &image, unsigned char *bits, long long 
 
 // ToDIB of a colour image on whole-plane storage into a 32-bit bitmap, over
 // `rect` (inside both the image and the bitmap). For a CMemoryDIB:
-// image_buffer_32bit_float with the float levels of each plane into the bitmap
-// bits (4 bytes a pixel, the fourth 0), the bitmap bound over
-// `rect` with its mins at the rectangle's corner, so no temporary is needed. For
+// image_buffer_32bit_float with the line loops' float levels of each plane (the
+// same bytes as the loops) into the bitmap bits (4 bytes a pixel, the fourth 0),
+// the bitmap bound over `rect` with its mins at the rectangle's corner, so no
+// temporary is needed. For
 // a CVmDIB whose store is whole-plane (the caller checks): todib32_float the
 // same with 3 bytes a pixel into its top-down store.
 void ToDib32ColorPlanes(const CLmrImage &image, CBaseDIB &dib, const LineRect &rect);

@@ -4,11 +4,11 @@
 //   todib32_float(red, green, blue, levels, dib)
 //       levels: 1-D double {min, max, range} of red, green, blue; 3 bytes a pixel,
 //       the display mapping in double.
-//   image_buffer_32bit_float(red, green, blue, fRedLevelMin, fRedLevelRange, fGreenLevelMin,
-//                            fGreenLevelRange, fBlueLevelMin, fBlueLevelRange, fRedScale,
-//                            fGreenScale, fBlueScale, output)
-//       4 bytes a pixel, the mapping in single precision with k = fXxxScale
-//       (the caller's (float)(255.0 / range)), the fourth byte 0.
+//   image_buffer_32bit_float(red, green, blue, fRedLevelMin, fRedLevelMax, fRedScale,
+//                            fGreenLevelMin, fGreenLevelMax, fGreenScale, fBlueLevelMin,
+//                            fBlueLevelMax, fBlueScale, output)
+//       4 bytes a pixel, the fourth byte 0, mapped in single precision with the
+//       line loops' float levels: minimum, maximum and k = (float)(255.0 / range).
 #pragma once
 #include "image_buffer_32bit_float.h"
 #include "todib32_float.h"

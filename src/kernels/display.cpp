@@ -22,12 +22,11 @@ Expr ByteInDouble(Expr v, Expr min, Expr max, Expr range) {
   return strict_float(select(min >= value, cast<uint8_t>(0), value >= max, cast<uint8_t>(255), cast<uint8_t>(inside)));
 }
 
-// The display mapping in single precision with the caller's k = (float)(255.0 /
-// range), worked out from the range in double as the line loops do (from the
-// range rounded to float it may be one float step off), and the maximum as
-// min + range.
-Expr ByteInFloat(Expr v, Expr lo, Expr range, Expr k) {
-  Expr hi = strict_float(lo + range);
+// The display mapping in single precision with the line loops' own float levels:
+// lo, hi the levels rounded to float and k = (float)(255.0 / range) worked out in
+// double. (k from the range rounded to float can be one float step off, and
+// lo + range one step above hi, each a byte off the loops.)
+Expr ByteInFloat(Expr v, Expr lo, Expr hi, Expr k) {
   Expr t = strict_float((v - lo) * k);
   Expr inside = strict_float(select(t > 0.0f, select(t < 255.0f, t, 255.0f), 0.0f));
   return strict_float(select(lo >= v, cast<uint8_t>(0), v >= hi, cast<uint8_t>(255), cast<uint8_t>(inside)));
@@ -63,23 +62,22 @@ class Todib32Float : public Generator<Todib32Float> {
   Var c{"c"}, x{"x"}, y{"y"};
 };
 
-// 4 bytes a pixel, mapped in single precision, the fourth byte 0; fXxxScale is
-// the channel's k = (float)(255.0 / range). Whole pixels make one interleaved
-// store; leaving the fourth byte would make four byte scatters and cost more
-// than half the speed.
+// 4 bytes a pixel, mapped in single precision, the fourth byte 0; per channel
+// the minimum and maximum as floats and k = (float)(255.0 / range). Whole pixels
+// make one interleaved store; leaving the fourth byte would make four byte
+// scatters and cost more than half the speed.
 class ImageBuffer32bitFloat : public Generator<ImageBuffer32bitFloat> {
  public:
   Input<Buffer<float, 2>> red{"red"}, green{"green"}, blue{"blue"};
-  Input<float> fRedLevelMin{"fRedLevelMin"}, fRedLevelRange{"fRedLevelRange"};
-  Input<float> fGreenLevelMin{"fGreenLevelMin"}, fGreenLevelRange{"fGreenLevelRange"};
-  Input<float> fBlueLevelMin{"fBlueLevelMin"}, fBlueLevelRange{"fBlueLevelRange"};
-  Input<float> fRedScale{"fRedScale"}, fGreenScale{"fGreenScale"}, fBlueScale{"fBlueScale"};
+  Input<float> fRedLevelMin{"fRedLevelMin"}, fRedLevelMax{"fRedLevelMax"}, fRedScale{"fRedScale"};
+  Input<float> fGreenLevelMin{"fGreenLevelMin"}, fGreenLevelMax{"fGreenLevelMax"}, fGreenScale{"fGreenScale"};
+  Input<float> fBlueLevelMin{"fBlueLevelMin"}, fBlueLevelMax{"fBlueLevelMax"}, fBlueScale{"fBlueScale"};
   Output<Buffer<uint8_t, 3>> output{"output"};
 
   void generate() {
-    Expr b = ByteInFloat(blue(x, y), fBlueLevelMin, fBlueLevelRange, fBlueScale);
-    Expr g = ByteInFloat(green(x, y), fGreenLevelMin, fGreenLevelRange, fGreenScale);
-    Expr r = ByteInFloat(red(x, y), fRedLevelMin, fRedLevelRange, fRedScale);
+    Expr b = ByteInFloat(blue(x, y), fBlueLevelMin, fBlueLevelMax, fBlueScale);
+    Expr g = ByteInFloat(green(x, y), fGreenLevelMin, fGreenLevelMax, fGreenScale);
+    Expr r = ByteInFloat(red(x, y), fRedLevelMin, fRedLevelMax, fRedScale);
     output(c, x, y) = select(c == 0, b, c == 1, g, c == 2, r, cast<uint8_t>(0));
 
     ScheduleInterleaved(output, Func(output), c, x, y, 4);

@@ -113,9 +113,10 @@ TEST_P(BadInputTest, ZeroSizedImagesDoNothing) {
   }
 }
 
-// Planes the image does not have are refused with the invalid-argument
-// exception; plane -1 of SetLevel moves only the planes that exist.
-TEST_P(BadInputTest, PlaneArgumentsAreCheckedAndSizesAre64Bit) {
+// Planes the image does not have, and missing arrays or sources, are refused
+// with the invalid-argument exception before anything is written; plane -1 of
+// SetLevel moves only the planes that exist.
+TEST_P(BadInputTest, BadArgumentsAreRefusedAndSizesAre64Bit) {
   auto ab = MakeImage(6, 4, 2), mono = MakeImage(6, 4, 1);
   ab->CalcMinMax();
   float sample = 1.0f;
@@ -132,6 +133,7 @@ TEST_P(BadInputTest, PlaneArgumentsAreCheckedAndSizesAre64Bit) {
       [&] { ab->GetHistogram(hist.data(), 8, 0.0, 9.0, -1, 0, 0, 0, nullptr, 0, 0); },
       [&] { ab->GetHistogramRGB(hist.data(), hist.data(), hist.data(), 8, 0, 9, nullptr, nullptr, 0, 0, 0, nullptr, 0, 0); },
       [&] { mono->GetHistogram(nullptr, 8, 0.0, 9.0, 0, 0, 0, 0, nullptr, 0, 0); },
+      [&] { mono->Paste(nullptr, nullptr); }, [&] { mono->PixelBlt(0, 0, 2, 2, nullptr, 0, 0, 0); },
   };
   for (std::size_t i = 0; i < bad.size(); ++i) EXPECT_THROW(bad[i](), CInvalidArgException *) << "call " << i;
   EXPECT_EQ(ReadPlane(*mono, 0), ReadPlane(*MakeImage(6, 4, 1), 0));  // nothing was written
@@ -148,6 +150,7 @@ TEST_P(BadInputTest, PlaneArgumentsAreCheckedAndSizesAre64Bit) {
   huge.SetHeight(100000);
   huge.SetPlanes(3);
   EXPECT_EQ(huge.GetPixelCount(), 30000000000LL);
+  EXPECT_FALSE(huge.SetLevel(-1, 0.0, 1.0));  // three planes without levels: refused, nothing read
 }
 
 TEST(BadInputStore, AStoreThatCannotAllocateThrowsItsExceptionAndLeaksNothing) {

@@ -181,18 +181,21 @@ TEST_P(ToDibTest, ThirtyTwoBitColourRoutesOverARectangle) {
   EXPECT_EQ(stored.GetImageAdr24(5, 4)[0], doubleMapping ? 85 : 84);
 }
 
-// The pipeline is given the loops' scale k = (float)(255.0 / range) rather than
-// working it out from the range rounded to float: on levels 0..70000.3 the two
-// differ by a step at 31294.25 and 62588.5, which planes 0 and 1 run through.
-TEST_P(ToDibTest, ThirtyTwoBitColourPipelineUsesTheLoopsScale) {
+// The pipeline is given the loops' float levels: k = (float)(255.0 / range)
+// rather than k from the range rounded to float (on levels 0..70000.3 a step
+// apart at 31294.25 and 62588.5, which planes 0 and 1 run through), and the
+// maximum rounded to float rather than min + range (on 100.1..70000.3 one float
+// step above it, so that a sample at the maximum, in plane 2, gave 254).
+TEST_P(ToDibTest, ThirtyTwoBitColourPipelineUsesTheLoopsLevels) {
   auto fill = [](int x, int y, int p) {
     const float i = x + 64.0f * y - 512.0f;
-    return p == 0 ? 31294.25f + i * 0.25f : p == 1 ? 62588.5f + i * 0.25f : (i + 512.0f) * 68.5f;
+    if (p == 2) return x == 3 && y == 2 ? static_cast<float>(70000.3) : (i + 512.0f) * 68.5f;
+    return p == 0 ? 31294.25f + i * 0.25f : 62588.5f + i * 0.25f;
   };
   auto image = MakeImage(64, 16, 3, fill);
   auto reference = test::MakeImage(MakeManager(StoreKind::Block), 64, 16, 3, fill);
   for (CLmrImage *i : {image.get(), reference.get()})
-    for (int p = 0; p < 3; ++p) i->CImage::SetLevel(p, 0.0, 70000.3);
+    for (int p = 0; p < 3; ++p) i->CImage::SetLevel(p, p == 2 ? 100.1 : 0.0, 70000.3);
   CMemoryDIB onRoute, byLoops;
   MakeDib(onRoute, 32, 64, 16);
   MakeDib(byLoops, 32, 64, 16);
@@ -200,6 +203,7 @@ TEST_P(ToDibTest, ThirtyTwoBitColourPipelineUsesTheLoopsScale) {
   reference->ToDIB(&byLoops, nullptr);
   for (int y = 0; y < 16; ++y)
     for (int x = 0; x < 64; ++x) ASSERT_EQ(std::memcmp(onRoute.GetImageAdr32(x, y), byLoops.GetImageAdr32(x, y), 3), 0) << x << "," << y;
+  EXPECT_EQ(onRoute.GetImageAdr32(3, 2)[0], 255);
 }
 
 TEST_P(ToDibTest, ZeroLevelRangeSplitsAtTheLevel) {
