@@ -5,7 +5,6 @@
 #pragma once
 #include "core/ImgCalculation.h"
 #include "core/LmrImage.h"
-#include "core/OperatorFrame.h"
 #include "display/BaseDIB.h"
 #include "display/BmpFile.h"
 #include "display/MemoryDIB.h"

@@ -8,6 +8,7 @@
 #include "core/PlaneBinding.h"
 #include "display/MemoryDIB.h"
 #include "display/VmDIB.h"
+#include "kernels/Runtime.h"
 #include "kernels/Display.h"
 
 namespace qorimg {
@@ -30,8 +31,8 @@ void Todib32(const CLmrImage &image, kernels::KernelBuffer<uint8_t, 3> &dib) {
     levels[3 * p + 1] = image.GetLevelMax(p);
     levels[3 * p + 2] = image.GetLevelRange(p);
   }
-  todib32_float(InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2),
-                kernels::TableBuffer<double>(levels, 9), dib);
+  kernels::CheckPipeline(todib32_float(InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2),
+                                       kernels::TableBuffer<double>(levels, 9), dib));
 }
 
 }  // namespace
@@ -52,11 +53,11 @@ void ToDib32ColorPlanes(const CLmrImage &image, CBaseDIB &dib, const LineRect &r
     return;
   }
   auto bytes = BitmapBuffer(dib.GetImageAdr32(rect.left, rect.top), 4, rect, -static_cast<long long>(dib.GetAlign()));
-  image_buffer_32bit_float(InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2),
-                           static_cast<float>(image.GetLevelMin(0)), static_cast<float>(image.GetLevelRange(0)),
-                           static_cast<float>(image.GetLevelMin(1)), static_cast<float>(image.GetLevelRange(1)),
-                           static_cast<float>(image.GetLevelMin(2)), static_cast<float>(image.GetLevelRange(2)),
-                           bytes);
+  kernels::CheckPipeline(image_buffer_32bit_float(
+      InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2), static_cast<float>(image.GetLevelMin(0)),
+      static_cast<float>(image.GetLevelRange(0)), static_cast<float>(image.GetLevelMin(1)),
+      static_cast<float>(image.GetLevelRange(1)), static_cast<float>(image.GetLevelMin(2)),
+      static_cast<float>(image.GetLevelRange(2)), bytes));
 }
 
 }  // namespace qorimg

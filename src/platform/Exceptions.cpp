@@ -11,3 +11,8 @@ void AfxThrowMemoryException() {
   static CMemoryException instance;
   throw &instance;
 }
+
+void AfxThrowInvalidArgException() {
+  static CInvalidArgException instance;
+  throw &instance;
+}

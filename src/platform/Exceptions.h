@@ -18,4 +18,13 @@ public:
   CMemoryException() : CException(false) {}
 };
 
+// An argument the operation cannot work with: a null or too small image, a
+// missing plane, a sample type it cannot read. Thrown by pointer to one static
+// object, like the memory exception, so a catch site never leaks it.
+class QORIMG_API CInvalidArgException : public CException {
+public:
+  CInvalidArgException() : CException(false) {}
+};
+
 [[noreturn]] QORIMG_API void AfxThrowMemoryException();
+[[noreturn]] QORIMG_API void AfxThrowInvalidArgException();
