@@ -3,7 +3,7 @@
 #include <cmath>
 #include <cstring>
 #include "platform/Messages.h"
-#include "sibling/QorSys.h"
+#include "sibling/SimdOverride.h"
 
 namespace qorimg::test {
 
@@ -76,13 +76,13 @@ std::vector<float> ReadPlane(const CLmrImage &image, int plane) {
 }
 
 void RouteTest::SetUp() {
-  CQorSys::OverrideSIMD(Case().vector ? 2u : 0u);
+  qorimg::testing::OverrideSIMD(Case().vector ? 2u : 0u);
   testing::ForceBlockRoute(Case().forceBlock);
   manager_ = MakeManager(Case().store);
 }
 
 void RouteTest::TearDown() {
-  CQorSys::ClearSIMDOverride();
+  qorimg::testing::ClearSIMDOverride();
   testing::ForceBlockRoute(false);
 }
 
