@@ -1,9 +1,11 @@
-// Hooks for tests: force the line loops, make temporaries fail, and read which
+// Hooks for tests: force the line loops (and, through SimdOverride.h, the
+// vector bit), make temporaries fail, and read which
 // route each operator call took. Not installed; tests link the library's
 // objects directly.
 #pragma once
 #include <vector>
 #include "core/OperatorFrame.h"
+#include "sibling/SimdOverride.h"
 
 namespace qorimg::testing {
 

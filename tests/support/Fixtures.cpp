@@ -4,9 +4,8 @@
 #include <cstring>
 #include "platform/Messages.h"
 #include "core/TestHooks.h"
-#include "platform/Exceptions.h"
 #include "kernels/Runtime.h"
-#include "sibling/QorSys.h"
+#include "platform/Exceptions.h"
 
 namespace qorimg::test {
 
@@ -84,7 +83,7 @@ Route RouteCase::Expected(const testing::RouteRecord &run) const {
 }
 
 void RouteTest::SetUp() {
-  CQorSys::OverrideSIMD(Case().vector ? 2u : 0u);
+  qorimg::testing::OverrideSIMD(Case().vector ? 2u : 0u);
   testing::ForceBlockRoute(Case().forceBlock);
   manager_ = MakeManager(Case().store);
   testing::TakeRouteLog();
@@ -94,7 +93,7 @@ void RouteTest::SetUp() {
 // Every operator run of the test took the route of the test's case, and no
 // pipeline reported an error.
 void RouteTest::TearDown() {
-  CQorSys::ClearSIMDOverride();
+  qorimg::testing::ClearSIMDOverride();
   testing::ForceBlockRoute(false);
   for (const testing::RouteRecord &run : testing::TakeRouteLog())
     EXPECT_EQ(run.chosen, Case().Expected(run)) << "an operator took another route than the case's";

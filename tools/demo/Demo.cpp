@@ -11,7 +11,6 @@
 #include "Preview.h"
 #include "StarField.h"
 #include "core/ImgCalculation.h"
-#include "sibling/QorSys.h"
 #include "sibling/VmManager.h"
 
 namespace {
@@ -24,8 +23,7 @@ double Seconds(std::chrono::steady_clock::time_point since) {
 // whole-plane images, line loops (vector ones where the processor has them) on
 // block-stored ones.
 const char *RouteName(const CImage &image) {
-  if (image.GetAllocationPolicy() != 0) return "kernel pipeline";
-  return (CQorSys::SIMD() & 2) ? "vector line loop" : "plain line loop";
+  return image.GetAllocationPolicy() != 0 ? "kernel pipeline" : "line loops";
 }
 
 struct Job {
