@@ -22,6 +22,10 @@ namespace {
   throw lumora::CVmManagerException(std::string(what) + ": " + std::strerror(errno));
 }
 
+// Set once the thread's exit hook is gone: a block touched by a later
+// thread-exit destructor must not reach the destroyed hook.
+thread_local bool exitHookGone = false;
+
 }  // namespace
 
 // The managers in which the calling thread has a window. When the thread ends,
@@ -30,6 +34,7 @@ struct BlockManager::ExitHook {
   std::vector<std::weak_ptr<CVmManager>> Managers;
 
   ~ExitHook() {
+    exitHookGone = true;
     for (const std::weak_ptr<CVmManager> &weak : Managers)
       if (std::shared_ptr<CVmManager> manager = weak.lock())
         static_cast<BlockManager &>(*manager).EndWindow(std::this_thread::get_id());
@@ -242,8 +247,10 @@ void BlockManager::Touch(BlockState &state) {
   const std::thread::id self = std::this_thread::get_id();
   auto it = Windows.find(self);
   if (it == Windows.end()) {
-    static thread_local ExitHook exitHook;
-    exitHook.Add(weak_from_this());
+    if (!exitHookGone) {
+      static thread_local ExitHook exitHook;
+      exitHook.Add(weak_from_this());
+    }
     it = Windows.emplace(self, ThreadWindow{}).first;
   }
   ThreadWindow &window = it->second;
