@@ -2,6 +2,7 @@
 BUILD ?= build
 SANITIZE_BUILD ?= build-sanitize
 JOBS ?= $(shell nproc)
+SHELL := /bin/bash
 CMAKE_FLAGS ?=
 
 .PHONY: deps configure build test demo bench sanitize install clean
@@ -15,10 +16,15 @@ configure: deps
 build: configure
 	@cmake --build $(BUILD) -j $(JOBS)
 
+# Passing tests are counted, not listed: the summary, and a failing test's
+# output in full.
 test: build
-	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	@cd $(BUILD) && set -o pipefail && ctest --output-on-failure -j $(JOBS) | \
+	  grep -Ev '^ +Start +[0-9]+: |^ *[0-9]+/[0-9]+ Test +#[0-9]+: .* +Passed +[0-9.]+ sec$$'
 
-demo: build
+# Only the demo and the library it links, not the test programs.
+demo: configure
+	@cmake --build $(BUILD) -j $(JOBS) --target qorimg-demo
 	@$(BUILD)/tools/qorimg-demo $(BUILD)
 
 bench: configure

@@ -5,7 +5,7 @@
 #include "BenchSupport.h"
 #include "core/ImgCalculation.h"
 #include "core/OperatorFrame.h"
-#include "sibling/QorSys.h"
+#include "sibling/SimdOverride.h"
 
 namespace {
 
@@ -23,9 +23,9 @@ void RegisterCalculation(const char *op, int mode, double value) {
       auto src = bench::MakeFrame(manager, 3);
       CImgCalculation target;
       target.Create(*src, nullptr);
-      CQorSys::OverrideSIMD(route.simd);
+      qorimg::testing::OverrideSIMD(route.simd);
       for (auto _ : state) target.Do(value, mode, 0, src.get(), nullptr, 0);
-      CQorSys::ClearSIMDOverride();
+      qorimg::testing::ClearSIMDOverride();
     });
     for (const char *peer : {"opencv", "memcpy"})
       bench::Compare(std::string("calculation_") + op + "." + route.name + ".vs." + peer,

@@ -2,13 +2,12 @@
 // with 15-bit results (0..32767), private to the library and kept per thread, so
 // that histograms taken on different threads do not race and a test can seed it.
 #pragma once
-#include "Export.h"
 
 namespace qorimg {
 
 // Next value in 0..32767 of the calling thread's generator.
-QORIMG_API int DitherRandom();
+int DitherRandom();
 // Restarts the calling thread's generator.
-QORIMG_API void SeedDitherRandom(unsigned int seed);
+void SeedDitherRandom(unsigned int seed);
 
 }  // namespace qorimg

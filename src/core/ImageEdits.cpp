@@ -5,8 +5,9 @@
 #include <cstring>
 #include <new>
 #include "core/LmrImage.h"
+#include "core/LineLoops.h"
 #include "core/OperatorFrame.h"
-#include "core/PlaneRoutes.h"
+#include "core/ImageEditPipelines.h"
 #include "platform/Exceptions.h"
 
 void CLmrImage::NormalizeRect(const CRect *rect, int &left, int &top, int &right, int &bottom) const {

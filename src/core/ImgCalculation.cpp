@@ -1,103 +1,61 @@
-// CImgCalculation: the frame of Do, the route choice and the plain line loop.
+// CImgCalculation: the routes of the constant arithmetic, run by the operator
+// runner. The vector lines are in ImgCalculationLines.cpp.
 #include "core/ImgCalculation.h"
 
-#include <new>
-#include "core/CalculationLoopsInternal.h"
-#include "core/OperatorFrame.h"
-#include "core/PlaneRoutes.h"
-
-namespace qorimg {
-
-void CalculationPlainLoop(CLmrImage &target, float value, int mode, int clip, CLmrImage &src, int left,
-                          int right, int top, int bottom) {
-  const int count = right - left;
-  for (int p = 0; p < target.GetPlanes(); ++p)
-    for (int y = top; y < bottom; ++y) {
-      if (count > 0) {
-        const float *s = src.GetImageAdr(left, y, p, CImage::ReadOnly);
-        float *d = target.GetImageAdr(left, y, p);
-        switch (mode) {
-          case CImgCalculation::Add:
-            for (int x = 0; x < count; ++x) d[x] = s[x] + value;
-            break;
-          case CImgCalculation::Subtract:
-            if (clip)
-              for (int x = 0; x < count; ++x) {
-                const float r = s[x] - value;
-                d[x] = r > 0.0f ? r : 0.0f;  // NaN becomes 0.0 too
-              }
-            else
-              for (int x = 0; x < count; ++x) d[x] = s[x] - value;
-            break;
-          case CImgCalculation::Multiply:
-            for (int x = 0; x < count; ++x) d[x] = s[x] * value;
-            break;
-          case CImgCalculation::Divide:
-            if (value != 0.0f) {
-              for (int x = 0; x < count; ++x) d[x] = s[x] / value;
-              break;
-            }
-            [[fallthrough]];  // division by zero leaves the samples as they are
-          default:
-            for (int x = 0; x < count; ++x) d[x] = s[x];
-        }
-      }
-      target.ShowProgress(1);
-    }
-}
-
-}  // namespace qorimg
+#include "core/ImgCalculationLines.h"
+#include "core/OperatorRunner.h"
+#include "kernels/Arithmetic.h"
 
 namespace {
+
+using qorimg::LineRect;
+
 // Division on the vector and pipeline routes is a multiplication by the
 // reciprocal, computed in double and rounded to float.
 float Reciprocal(float value) { return static_cast<float>(1.0 / value); }
+
+int RunScalarPipeline(int nMode, int bClip, float operand, const CLmrImage &src, int plane,
+                      qorimg::PlaneOutput &output) {
+  auto input = qorimg::InputPlane(src, plane);
+  switch (nMode) {
+    case CImgCalculation::Add: return add_scalar_float(input, operand, output);
+    case CImgCalculation::Subtract:
+      return bClip ? sub0_scalar_float(input, operand, output) : sub_scalar_float(input, operand, output);
+    default: return mul_scalar_float(input, operand, output);  // Multiply, and Divide by the reciprocal
+  }
+}
+
+LineRect Rect(int left, int right, int top, int bottom) { return {left, top, right, bottom}; }
+
 }  // namespace
 
 void CImgCalculation::Calculate(CLmrImage &target, double fValue, int nMode, int bClip, CLmrImage *pSrc,
                                 CRect *rect, int bProgress) {
-  const qorimg::LineRect r = qorimg::ClipRect(target, rect);
-  qorimg::ProgressFrame progress(target, bProgress, 6109, r.Height() * target.GetPlanes());
+  const LineRect r = qorimg::ClipRect(target, rect);
+  const int planes = target.GetPlanes();
   const float value = static_cast<float>(fValue);
-  CLmrImage &src = *pSrc;
-  // Unknown modes, and division by zero, do nothing at all on these two routes.
+  // Unknown modes, and division by zero, do nothing at all on the fast routes.
   const bool known = nMode >= Add && nMode <= Divide && !(nMode == Divide && value == 0.0f);
+  const float operand = nMode == Divide && known ? Reciprocal(value) : value;
 
-  switch (qorimg::ChooseRoute(true, {&target, pSrc})) {
-    case qorimg::Route::Plane: {
-      if (!known || r.IsEmpty()) return;
-      using qorimg::ScalarPipeline;
-      ScalarPipeline pipeline = nMode == Add        ? ScalarPipeline::Add
-                                : nMode == Subtract ? (bClip ? ScalarPipeline::SubClip : ScalarPipeline::Sub)
-                                                    : ScalarPipeline::Mul;
-      const float operand = nMode == Divide ? Reciprocal(value) : value;
-      try {
-        for (int p = 0; p < target.GetPlanes(); ++p) qorimg::ScalarPlane(src, p, pipeline, operand, r, target);
-        return;
-      } catch (const std::bad_alloc &) {
-        // The temporary of a partial rectangle could not be had: the line loop
-        // gives the same samples (the known modes only reach this point).
-      }
-      qorimg::CalculationPlainLoop(target, value, nMode, bClip, src, r.left, r.right, r.top, r.bottom);
-      return;
-    }
-    case qorimg::Route::Vector:
-      if (!known) return;
-      switch (nMode) {
-        case Add: qorimg::CalculationVectorAdd(target, value, src, r.left, r.right, r.top, r.bottom); break;
-        case Subtract:
-          qorimg::CalculationVectorSub(target, value, bClip, src, r.left, r.right, r.top, r.bottom);
-          break;
-        case Multiply: qorimg::CalculationVectorMul(target, value, src, r.left, r.right, r.top, r.bottom); break;
-        case Divide:
-          qorimg::CalculationVectorMul(target, Reciprocal(value), src, r.left, r.right, r.top, r.bottom);
-          break;
-      }
-      return;
-    case qorimg::Route::Block:
-      qorimg::CalculationPlainLoop(target, value, nMode, bClip, src, r.left, r.right, r.top, r.bottom);
-      return;
+  qorimg::RouteTable routes;
+  routes.line = [&](int p, int y) {
+    qorimg::CalculationLine(target.GetImageAdr(r.left, y, p), pSrc->GetImageAdr(r.left, y, p, CImage::ReadOnly),
+                            r.Width(), value, nMode, bClip);
+  };
+  const qorimg::VectorCalculation vector(nMode == Divide ? Multiply : nMode, operand, bClip);
+  if (known) {
+    routes.vector = [&](int p, int y) {
+      vector(target.GetImageAdr(r.left, y, p), pSrc->GetImageAdr(r.left, y, p, CImage::ReadOnly), r.Width());
+    };
+    routes.pipeline = [&](int p, qorimg::PlaneOutput &output) {
+      return RunScalarPipeline(nMode, bClip, operand, *pSrc, p, output);
+    };
+  } else {
+    routes.fastRoutesSkip = true;
   }
+  qorimg::RunOperator({target, bProgress, 6109, r.Height() * planes, r, {0, planes}},
+                      {{&target, planes}, {pSrc, planes}}, routes);
 }
 
 void CImgCalculation::Do(double fValue, int nMode, int bClip, CLmrImage *pSrc, CRect *rect, int bProgress) {
@@ -106,20 +64,28 @@ void CImgCalculation::Do(double fValue, int nMode, int bClip, CLmrImage *pSrc, C
 
 void CImgCalculation::DoCalculation(float fValue, int nMode, int bClip, CLmrImage *pSrc, int left, int right,
                                     int top, int bottom) {
-  qorimg::CalculationPlainLoop(*this, fValue, nMode, bClip, *pSrc, left, right, top, bottom);
+  qorimg::RunLineLoop(
+      *this, Rect(left, right, top, bottom), {0, GetPlanes()},
+      [&](int p, int y) {
+        qorimg::CalculationLine(GetImageAdr(left, y, p), pSrc->GetImageAdr(left, y, p, CImage::ReadOnly), right - left,
+                                fValue, nMode, bClip);
+      },
+      false);
 }
 
 void CImgCalculation::DoCalculation_x_add(float fValue, CLmrImage *pSrc, int left, int right, int top,
                                           int bottom) {
-  qorimg::CalculationVectorAdd(*this, fValue, *pSrc, left, right, top, bottom);
+  qorimg::RunVectorCalculation(*this, qorimg::VectorCalculation(Add, fValue, 0), *pSrc, Rect(left, right, top, bottom));
 }
 
 void CImgCalculation::DoCalculation_x_mul(float fValue, CLmrImage *pSrc, int left, int right, int top,
                                           int bottom) {
-  qorimg::CalculationVectorMul(*this, fValue, *pSrc, left, right, top, bottom);
+  qorimg::RunVectorCalculation(*this, qorimg::VectorCalculation(Multiply, fValue, 0), *pSrc,
+                               Rect(left, right, top, bottom));
 }
 
 void CImgCalculation::DoCalculation_x_sub(float fValue, int bClip, CLmrImage *pSrc, int left, int right, int top,
                                           int bottom) {
-  qorimg::CalculationVectorSub(*this, fValue, bClip, *pSrc, left, right, top, bottom);
+  qorimg::RunVectorCalculation(*this, qorimg::VectorCalculation(Subtract, fValue, bClip), *pSrc,
+                               Rect(left, right, top, bottom));
 }

@@ -2,8 +2,11 @@
 // planes to one zero-based scale, and the threshold family.
 #include <new>
 #include "core/LmrImage.h"
+#include "core/LineLoops.h"
 #include "core/OperatorFrame.h"
-#include "core/PlaneRoutes.h"
+#include "core/ImageEditPipelines.h"
+#include "core/OperatorRunner.h"
+#include "kernels/FrameEdits.h"
 
 void CLmrImage::CutOutOfLevel() {
   for (int p = 0; p < GetPlanes(); ++p) {
@@ -65,32 +68,42 @@ bool Holds(CLmrImage::ThresholdTest test, float v, float threshold) {
   }
   return false;
 }
+
+int ThresholdPipeline(CLmrImage::ThresholdTest test, const CLmrImage &image, int plane, float threshold, float value,
+                      qorimg::PlaneOutput &output) {
+  auto input = qorimg::InputPlane(image, plane);
+  switch (test) {
+    case CLmrImage::ThresholdEq: return threshold_eq_float(input, threshold, value, output);
+    case CLmrImage::ThresholdNeq: return threshold_neq_float(input, threshold, value, output);
+    case CLmrImage::ThresholdGt: return threshold_gt_float(input, threshold, value, output);
+    case CLmrImage::ThresholdLt: return threshold_lt_float(input, threshold, value, output);
+    case CLmrImage::ThresholdLeq: return threshold_leq_float(input, threshold, value, output);
+  }
+  return 0;
+}
 }  // namespace
 
 // Replaces the samples that pass the test by `value`; plane -1 does each plane in
-// turn. On contiguous planes the pipeline works on the plane it is given. The
-// line loop always works on plane 0, whatever `plane` says: on block-stored
-// images a threshold on plane 1 or 2 changes plane 0.
+// turn. On contiguous planes the pipeline writes a temporary plane that is then
+// pasted over the plane it read. The line loop always works on plane 0,
+// whatever `plane` says: on block-stored images a threshold on plane 1 or 2
+// changes plane 0.
 void CLmrImage::Threshold(ThresholdTest test, int plane, float threshold, float value) {
-  if (plane < 0) {
-    for (int p = 0; p < GetPlanes(); ++p) Threshold(test, p, threshold, value);
-    return;
-  }
-  CheckPlane(plane);
-  if (qorimg::IsWholePlane(*this) && HasArea()) {
-    try {
-      qorimg::ThresholdPlane(*this, plane, test, threshold, value);
-      return;
-    } catch (const std::bad_alloc &) {
-      // On to the line loop.
-    }
-  }
+  if (plane >= 0) qorimg::CheckPlane(*this, plane);
+  const qorimg::PlaneRange planes = plane < 0 ? qorimg::PlaneRange{0, GetPlanes()} : qorimg::PlaneRange{plane, 1};
+  const qorimg::LineRect whole = qorimg::ClipRect(*this, nullptr);
   const int width = GetWidth();
-  for (int y = 0; y < GetHeight(); ++y) {
+  qorimg::RouteTable routes;
+  routes.line = [&](int, int y) {
     float *line = GetImageAdr(0, y, 0);
     for (int x = 0; x < width; ++x)
       if (Holds(test, line[x], threshold)) line[x] = value;
-  }
+  };
+  routes.pipeline = [&](int p, qorimg::PlaneOutput &output) {
+    return ThresholdPipeline(test, *this, p, threshold, value, output);
+  };
+  routes.pipelineThroughTemporary = true;
+  qorimg::RunOperator({*this, 0, 0, 0, whole, planes}, {{this, planes.first + planes.count}}, routes);
 }
 
 void CLmrImage::ThresholdEqual(int plane, float threshold, float value) {

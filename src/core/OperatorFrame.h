@@ -1,18 +1,17 @@
-// The frame that every operator's Do shares: the clipped rectangle, progress
-// opened and closed around the work, the choice of route, and parallel line
-// loops that carry a store exception out to the caller.
+// The frame that every operator's Do shares: the rectangle clipped by a named
+// policy, the bound images checked before anything is written, progress opened
+// and closed around the work, and the choice of route. OperatorRunner.h runs an
+// operator's routes inside this frame.
 #pragma once
-#include <atomic>
-#include <exception>
+#include <algorithm>
 #include <initializer_list>
-#include <mutex>
-#include "Export.h"
 #include "core/LmrImage.h"
 
 namespace qorimg {
 
-// A rectangle clipped into an image: each edge clamped, order not repaired, so an
-// inverted rectangle stays inverted and loops over it run zero times.
+// A rectangle clipped into an image. Its edges lie in [0, Width] and [0, Height],
+// so Width() and Height() never overflow; an inverted rectangle stays inverted
+// and loops over it run zero times.
 struct LineRect {
   int left = 0, top = 0, right = 0, bottom = 0;
   int Width() const { return right - left; }
@@ -23,11 +22,17 @@ struct LineRect {
   }
 };
 
-inline LineRect ClipRect(const CLmrImage &image, const CRect *rect) {
-  LineRect r;
-  image.NormalizeRect(rect, r.left, r.top, r.right, r.bottom);
-  return r;
-}
+// How an operator clips its rectangle (null always means the whole image).
+enum class Clip {
+  // Every edge clamped into the image (CLmrImage::NormalizeRect).
+  Normalized,
+  // The statistics members: left and top at least 0, right and bottom at most
+  // the image. Edges beyond the other side leave the rectangle inverted, which
+  // is clamped here too, so that it stays empty without overflowing.
+  OneSided,
+};
+
+LineRect ClipRect(const CLmrImage &image, const CRect *rect, Clip policy = Clip::Normalized);
 
 // Opens the progress display with the operator's message and closes it when the
 // operator is done, on every path. With bProgress 0 nothing is sent at all.
@@ -50,43 +55,30 @@ private:
 // The three routes of an operator.
 enum class Route { Plane, Vector, Block };
 
-namespace testing {
-// Makes every route decision take the line loops, also on whole-plane images.
-QORIMG_API void ForceBlockRoute(bool force);
-QORIMG_API bool BlockRouteForced();
-}  // namespace testing
-
 // True when the image's planes are contiguous (non-zero policy) and the block
-// route is not forced.
-QORIMG_API bool IsWholePlane(const CImage &image);
+// route is not forced by a test.
+bool IsWholePlane(const CImage &image);
 // The composites ask for policy exactly 1.
-QORIMG_API bool IsExactlyWholePlane(const CImage &image);
+bool IsExactlyWholePlane(const CImage &image);
 
 // Pipeline when every bound image is whole-plane, else the vector variant when
 // the operator has one and the processor allows it, else the plain loop.
-QORIMG_API Route ChooseRoute(bool hasVector, std::initializer_list<const CImage *> bound);
+Route ChooseRoute(bool hasVector, std::initializer_list<const CImage *> bound);
 
-// Runs body(y) for y in [top, bottom) as a static parallel-for over lines. An
-// exception thrown by a line (a store failure) stops the remaining work and is
-// rethrown on the calling thread once the loop has ended.
-template <class Body>
-void ParallelLines(int top, int bottom, Body &&body) {
-  std::exception_ptr failure;
-  std::once_flag failed;
-  std::atomic<bool> stop{false};
-#ifdef _OPENMP
-#pragma omp parallel for schedule(static)
-#endif
-  for (int y = top; y < bottom; ++y) {
-    if (stop.load(std::memory_order_relaxed)) continue;
-    try {
-      body(y);
-    } catch (...) {
-      std::call_once(failed, [&] { failure = std::current_exception(); });
-      stop.store(true, std::memory_order_relaxed);
-    }
-  }
-  if (failure) std::rethrow_exception(failure);
-}
+// An image an operator reads or writes: it must exist, hold 32-bit float
+// samples, cover the clipped rectangle, and have `planes` planes at least.
+struct BoundImage {
+  const CImage *image;
+  int planes;
+};
+
+// True when every bound image passes. Coverage is asked only of a non-empty
+// rectangle: an empty one reads nothing.
+bool BoundImagesFit(std::initializer_list<BoundImage> bound, const LineRect &rect);
+// Raises the invalid-argument exception (CInvalidArgException) unless they pass.
+void CheckBoundImages(std::initializer_list<BoundImage> bound, const LineRect &rect);
+// A plane argument of a public member: 0 <= plane < image's planes, else the
+// invalid-argument exception.
+void CheckPlane(const CImage &image, int plane);
 
 }  // namespace qorimg

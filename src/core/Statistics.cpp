@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <vector>
+#include "core/LineLoops.h"
 #include "core/LmrImage.h"
 #include "core/OperatorFrame.h"
 #include "core/PixelMath.h"

@@ -9,6 +9,7 @@
 #include "display/DisplayMapping.h"
 #include "display/MemoryDIB.h"
 #include "display/VmDIB.h"
+#include "kernels/Runtime.h"
 #include "kernels/Display.h"
 
 namespace qorimg {
@@ -31,8 +32,8 @@ void Todib32(const CLmrImage &image, kernels::KernelBuffer<uint8_t, 3> &dib) {
     levels[3 * p + 1] = image.GetLevelMax(p);
     levels[3 * p + 2] = image.GetLevelRange(p);
   }
-  todib32_float(InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2),
-                kernels::TableBuffer<double>(levels, 9), dib);
+  kernels::CheckPipeline(todib32_float(InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2),
+                                       kernels::TableBuffer<double>(levels, 9), dib));
 }
 
 }  // namespace
@@ -55,8 +56,9 @@ void ToDib32ColorPlanes(const CLmrImage &image, CBaseDIB &dib, const LineRect &r
   auto bytes = BitmapBuffer(dib.GetImageAdr32(rect.left, rect.top), 4, rect, -static_cast<long long>(dib.GetAlign()));
   // The loops' own float levels, so that both routes map every sample alike.
   const FloatLevels r(image, 0), g(image, 1), b(image, 2);
-  image_buffer_32bit_float(InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2), r.lo, r.hi, r.scale,
-                           g.lo, g.hi, g.scale, b.lo, b.hi, b.scale, bytes);
+  kernels::CheckPipeline(image_buffer_32bit_float(InputPlane(image, 0), InputPlane(image, 1), InputPlane(image, 2),
+                                                  r.lo, r.hi, r.scale, g.lo, g.hi, g.scale, b.lo, b.hi, b.scale,
+                                                  bytes));
 }
 
 }  // namespace qorimg

@@ -62,13 +62,8 @@ struct TemporaryPlaneDeleter {
 using TemporaryPlane = std::unique_ptr<float[], TemporaryPlaneDeleter>;
 
 // width * height floats. Throws std::bad_alloc when the memory cannot be had
-// (or a size is negative, or a test asked for failures); callers catch it and
+// (or a size is negative, or a test asked for failures: core/TestHooks.h); callers catch it and
 // take the block path.
 TemporaryPlane AllocateTemporaryPlane(int width, int height);
-
-namespace testing {
-// While set, every AllocateTemporaryPlane throws std::bad_alloc.
-void FailTemporaryAllocations(bool fail);
-}  // namespace testing
 
 }  // namespace qorimg::kernels

@@ -7,6 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <string>
+#include "sibling/Exceptions.h"
 
 namespace qorimg::kernels {
 namespace {
@@ -15,6 +18,8 @@ std::atomic<int> g_errorCount{0};
 std::atomic<unsigned> g_denied{0};
 std::atomic<unsigned> g_granted{0};
 std::optional<Variant> g_forcedVariant;
+std::mutex g_lastErrorMutex;
+std::string g_lastError;
 
 bool HasFeature(int count, const uint64_t *features, halide_target_feature_t feature) {
   const int word = feature / 64;
@@ -31,10 +36,11 @@ Variant VariantOf(int count, const uint64_t *features) {
 constexpr unsigned Bit(Variant variant) { return 1u << static_cast<unsigned>(variant); }
 
 // Pipelines report errors here instead of aborting the process; the call then
-// returns non-zero.
+// returns non-zero and CheckPipeline raises the message.
 extern "C" void ReportPipelineError(void * /*user_context*/, const char *message) {
   g_errorCount.fetch_add(1, std::memory_order_relaxed);
-  std::fprintf(stderr, "qorimg: kernel pipeline error: %s\n", message);
+  std::lock_guard<std::mutex> lock(g_lastErrorMutex);
+  g_lastError = message ? message : "";
 }
 
 // Every variant selection passes here: it is recorded, limited to the forced
@@ -73,6 +79,16 @@ const bool g_runtimeReady = [] {
 }  // namespace
 
 std::optional<Variant> ForcedVariant() { return g_forcedVariant; }
+
+void CheckPipeline(int status) {
+  if (status == 0) return;
+  std::string message;
+  {
+    std::lock_guard<std::mutex> lock(g_lastErrorMutex);
+    message.swap(g_lastError);
+  }
+  throw lumora::CLumoraImageException("kernel pipeline failed (" + std::to_string(status) + "): " + message);
+}
 
 namespace testing {
 

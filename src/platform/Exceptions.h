@@ -18,7 +18,9 @@ public:
   CMemoryException() : CException(false) {}
 };
 
-// A bad argument: a plane the image does not have, a missing array.
+// An argument the operation cannot work with: a null or too small image, a
+// missing plane, a sample type it cannot read. Thrown by pointer to one static
+// object, like the memory exception, so a catch site never leaks it.
 class QORIMG_API CInvalidArgException : public CException {
 public:
   CInvalidArgException() : CException(false) {}

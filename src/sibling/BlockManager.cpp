@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "sibling/BlockMemoryInternal.h"
 #include "sibling/Exceptions.h"
@@ -20,10 +22,35 @@ namespace {
   throw lumora::CVmManagerException(std::string(what) + ": " + std::strerror(errno));
 }
 
+// Set once the thread's exit hook is gone: a block touched by a later
+// thread-exit destructor must not reach the destroyed hook.
+thread_local bool exitHookGone = false;
+
 }  // namespace
 
-BlockManager::BlockManager(std::size_t residentBytes, int linesPerBlock)
-    : Budget(residentBytes), LinesPerBlock(linesPerBlock > 0 ? linesPerBlock : 1) {}
+// The managers in which the calling thread has a window. When the thread ends,
+// its windows go: their blocks may then be moved out like any other.
+struct BlockManager::ExitHook {
+  std::vector<std::weak_ptr<CVmManager>> Managers;
+
+  ~ExitHook() {
+    exitHookGone = true;
+    for (const std::weak_ptr<CVmManager> &weak : Managers)
+      if (std::shared_ptr<CVmManager> manager = weak.lock())
+        static_cast<BlockManager &>(*manager).EndWindow(std::this_thread::get_id());
+  }
+
+  void Add(std::weak_ptr<CVmManager> manager) {
+    if (manager.expired()) return;  // not owned by a shared_ptr: nothing to hook
+    std::erase_if(Managers, [](const std::weak_ptr<CVmManager> &m) { return m.expired(); });
+    for (const std::weak_ptr<CVmManager> &m : Managers)
+      if (!m.owner_before(manager) && !manager.owner_before(m)) return;
+    Managers.push_back(std::move(manager));
+  }
+};
+
+BlockManager::BlockManager(std::size_t residentBytes, int linesPerBlock, std::size_t fileCapBytes)
+    : Budget(residentBytes), LinesPerBlock(linesPerBlock > 0 ? linesPerBlock : 1), FileCap(fileCapBytes) {}
 
 BlockManager::~BlockManager() {
   for (auto &[key, blocks] : Handles)
@@ -39,6 +66,18 @@ std::size_t BlockManager::GetResidentBytes() const {
 std::size_t BlockManager::GetPeakResidentBytes() const {
   std::lock_guard<std::mutex> guard(Mutex);
   return Peak;
+}
+
+std::size_t BlockManager::GetResidentBound() const {
+  std::lock_guard<std::mutex> guard(Mutex);
+  std::size_t largest = 0;
+  std::size_t lockedOutside = 0;
+  for (const auto &[key, home] : Handles) {
+    if (!home.blocks.empty()) largest = std::max(largest, home.mappedBytes);
+    for (const BlockState &state : home.blocks)
+      if (state.data && state.locks > 0 && state.windowRefs == 0) lockedOutside += home.mappedBytes;
+  }
+  return std::max(Budget, Windows.size() * kWindowBlocks * largest + lockedOutside);
 }
 
 long long BlockManager::GetFileBytes() const {
@@ -82,7 +121,7 @@ void BlockManager::Release(CVmHandle &handle) {
         UnmapPages(state.data, home.mappedBytes);
         Resident -= home.mappedBytes;
       }
-      if (state.fileRegion >= 0) FreeRegions[static_cast<long long>(home.blockBytes)].push_back(state.fileRegion);
+      if (state.fileOffset >= 0) FreeRegion(state.fileOffset, static_cast<long long>(home.blockBytes));
       handle.Set(state.index, CVmBlock::Unallocated, -1);
     }
     Handles.erase(it);
@@ -113,7 +152,7 @@ bool BlockManager::IsOnMemory(const CVmHandle &handle) const {
   auto it = Handles.find(&handle);
   if (it == Handles.end()) return false;
   return std::none_of(it->second.blocks.begin(), it->second.blocks.end(),
-                      [](const BlockState &s) { return !s.data && s.fileRegion >= 0; });
+                      [](const BlockState &s) { return !s.data && s.fileOffset >= 0; });
 }
 
 unsigned char *BlockManager::Bring(const std::shared_ptr<CVmHandle> &handle, long long block, bool readOnly,
@@ -143,12 +182,12 @@ void BlockManager::Load(BlockState &state) {
   unsigned char *buffer = MakeRoom(home.mappedBytes);
   if (!buffer) {
     buffer = MapZeroedPages(home.mappedBytes);
-  } else if (state.fileRegion < 0) {
+  } else if (state.fileOffset < 0) {
     std::memset(buffer, 0, home.mappedBytes);
   }
-  if (state.fileRegion >= 0) {
+  if (state.fileOffset >= 0) {
     try {
-      ReadRegion(state.fileRegion, buffer);
+      ReadRegion(state.fileOffset, static_cast<long long>(home.blockBytes), buffer);
     } catch (...) {
       UnmapPages(buffer, home.mappedBytes);
       throw;
@@ -158,7 +197,7 @@ void BlockManager::Load(BlockState &state) {
   state.dirty = false;
   Resident += home.mappedBytes;
   Peak = std::max(Peak, Resident);
-  home.handle->Set(state.index, CVmBlock::Resident, state.fileRegion);
+  home.handle->Set(state.index, CVmBlock::Resident, state.fileOffset);
 }
 
 // Moves least recently used blocks out until `bytes` more fit in the budget, or
@@ -189,16 +228,17 @@ unsigned char *BlockManager::MakeRoom(std::size_t bytes) {
 unsigned char *BlockManager::Evict(BlockState &state) {
   const HandleBlocks &home = *state.home;
   if (state.dirty) {
-    if (state.fileRegion < 0) state.fileRegion = AcquireRegion(static_cast<long long>(home.blockBytes));
-    WriteRegion(state.fileRegion, state.data);
+    const auto bytes = static_cast<long long>(home.blockBytes);
+    if (state.fileOffset < 0) state.fileOffset = AcquireRegion(bytes);
+    WriteRegion(state.fileOffset, bytes, state.data);
   }
   LruRemove(state);
   unsigned char *buffer = state.data;
   state.data = nullptr;
   state.dirty = false;
   Resident -= home.mappedBytes;
-  home.handle->Set(state.index, state.fileRegion >= 0 ? CVmBlock::OnFile : CVmBlock::Unallocated,
-                   state.fileRegion);
+  home.handle->Set(state.index, state.fileOffset >= 0 ? CVmBlock::OnFile : CVmBlock::Unallocated,
+                   state.fileOffset);
   return buffer;
 }
 
@@ -207,11 +247,13 @@ void BlockManager::Touch(BlockState &state) {
   const std::thread::id self = std::this_thread::get_id();
   auto it = Windows.find(self);
   if (it == Windows.end()) {
-    if (Windows.size() >= kMaxThreadWindows) DropLeastActiveWindow();
+    if (!exitHookGone) {
+      static thread_local ExitHook exitHook;
+      exitHook.Add(weak_from_this());
+    }
     it = Windows.emplace(self, ThreadWindow{}).first;
   }
   ThreadWindow &window = it->second;
-  window.lastActive = ++Clock;
 
   int at = 0;
   while (at < window.count && window.recent[at] != &state) ++at;
@@ -228,12 +270,26 @@ void BlockManager::Touch(BlockState &state) {
   window.recent[0] = &state;
 }
 
-void BlockManager::DropLeastActiveWindow() {
-  auto oldest = std::min_element(Windows.begin(), Windows.end(), [](const auto &a, const auto &b) {
-    return a.second.lastActive < b.second.lastActive;
-  });
-  for (int i = 0; i < oldest->second.count; ++i) LeaveWindow(*oldest->second.recent[i]);
-  Windows.erase(oldest);
+void BlockManager::EndWindow(std::thread::id thread) {
+  std::lock_guard<std::mutex> guard(Mutex);
+  auto it = Windows.find(thread);
+  if (it == Windows.end()) return;
+  for (int i = 0; i < it->second.count; ++i) LeaveWindow(*it->second.recent[i]);
+  Windows.erase(it);
+  TrimToBudget();
+}
+
+// Moves blocks out until the budget holds again. Called where nothing may
+// throw: a block that cannot be written stays resident, unchanged, and the
+// next load tries again.
+void BlockManager::TrimToBudget() noexcept {
+  try {
+    while (LruOldest && Resident > Budget) {
+      const std::size_t bytes = LruOldest->home->mappedBytes;
+      UnmapPages(Evict(*LruOldest), bytes);
+    }
+  } catch (...) {
+  }
 }
 
 void BlockManager::LeaveWindow(BlockState &state) {
@@ -257,35 +313,66 @@ void BlockManager::LruRemove(BlockState &state) {
   state.inLru = false;
 }
 
+// File space for a block of `bytes`: the first free extent that holds it, else
+// the end of the file, within the cap.
 long long BlockManager::AcquireRegion(long long bytes) {
   File();
-  auto free = FreeRegions.find(bytes);
-  if (free != FreeRegions.end() && !free->second.empty()) {
-    const long long region = free->second.back();
-    free->second.pop_back();
-    return region;
+  for (auto free = FreeExtents.begin(); free != FreeExtents.end(); ++free) {
+    if (free->second < bytes) continue;
+    const long long offset = free->first;
+    const long long left = free->second - bytes;
+    FreeExtents.erase(free);
+    if (left > 0) FreeExtents.emplace(offset + bytes, left);
+    return offset;
   }
-  Regions.push_back({FileEnd, bytes});
+  if (static_cast<unsigned long long>(FileEnd) + static_cast<unsigned long long>(bytes) > FileCap)
+    throw lumora::CVmMemoryAllocationError("the store's file is full: a block of " + std::to_string(bytes) +
+                                           " bytes does not fit in its cap of " + std::to_string(FileCap) +
+                                           " bytes (" + std::to_string(FileEnd) + " in use)");
+  const long long offset = FileEnd;
   FileEnd += bytes;
-  return static_cast<long long>(Regions.size()) - 1;
+  return offset;
 }
 
-void BlockManager::WriteRegion(long long region, const unsigned char *data) {
-  const FileRegion &r = Regions[static_cast<std::size_t>(region)];
+// Gives a block's file space back: merged with free neighbours, and cut off
+// the file when it ends the file.
+void BlockManager::FreeRegion(long long offset, long long bytes) {
+  auto next = FreeExtents.lower_bound(offset);
+  if (next != FreeExtents.end() && offset + bytes == next->first) {
+    bytes += next->second;
+    next = FreeExtents.erase(next);
+  }
+  if (next != FreeExtents.begin()) {
+    auto before = std::prev(next);
+    if (before->first + before->second == offset) {
+      offset = before->first;
+      bytes += before->second;
+      FreeExtents.erase(before);
+    }
+  }
+  if (offset + bytes < FileEnd) {
+    FreeExtents.emplace(offset, bytes);
+    return;
+  }
+  FileEnd = offset;
+  // Gives the disk space back; if that fails the tail stays and is overwritten later.
+  [[maybe_unused]] const int truncated = ftruncate(FileDescriptor, FileEnd);
+}
+
+void BlockManager::WriteRegion(long long offset, long long bytes, const unsigned char *data) {
   long long done = 0;
-  while (done < r.bytes) {
-    const ssize_t n = pwrite(FileDescriptor, data + done, static_cast<std::size_t>(r.bytes - done), r.offset + done);
+  while (done < bytes) {
+    const ssize_t n = pwrite(FileDescriptor, data + done, static_cast<std::size_t>(bytes - done), offset + done);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) ThrowIoError("cannot write a block to the store's file");
     done += n;
   }
 }
 
-void BlockManager::ReadRegion(long long region, unsigned char *data) {
-  const FileRegion &r = Regions[static_cast<std::size_t>(region)];
+void BlockManager::ReadRegion(long long offset, long long bytes, unsigned char *data) {
   long long done = 0;
-  while (done < r.bytes) {
-    const ssize_t n = pread(FileDescriptor, data + done, static_cast<std::size_t>(r.bytes - done), r.offset + done);
+  while (done < bytes) {
+    const ssize_t n = pread(FileDescriptor, data + done, static_cast<std::size_t>(bytes - done), offset + done);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) ThrowIoError("cannot read a block from the store's file");
     if (n == 0) throw lumora::CVmManagerException("the store's file ends inside a block");
@@ -308,6 +395,6 @@ int BlockManager::File() {
 
 }  // namespace store_internal
 
-std::shared_ptr<CVmManager> CreateBlockManager(std::size_t residentBytes, int linesPerBlock) {
-  return std::make_shared<store_internal::BlockManager>(residentBytes, linesPerBlock);
+std::shared_ptr<CVmManager> CreateBlockManager(std::size_t residentBytes, int linesPerBlock, std::size_t fileCapBytes) {
+  return std::make_shared<store_internal::BlockManager>(residentBytes, linesPerBlock, fileCapBytes);
 }

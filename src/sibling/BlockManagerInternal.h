@@ -1,5 +1,6 @@
-// Block-stored manager: blocks of a fixed number of lines, at most a budget of
-// them resident, the rest in one unlinked temporary file.
+// Block-stored manager: blocks of a fixed number of lines (fewer for an image
+// with fewer lines), at most a budget of them resident, the rest in one unlinked
+// temporary file.
 //
 // A block costs nothing until it is first touched, and reads as zeros then.
 // Resident blocks that no one holds are kept in least-recently-used order and
@@ -8,9 +9,18 @@
 // dropped. Blocks locked by a caller, or among the last few distinct blocks a
 // thread touched, are never moved out: a caller may take several line addresses
 // in a row without a lock and use them together. When nothing can be moved out
-// a load still succeeds, over the budget, and the peak shows it.
+// a load still succeeds, over the budget: the resident bytes then stay within
+// GetResidentBound(), the budget raised to what the live threads' windows and
+// the locked blocks outside them pin. A thread's window goes when the thread
+// ends.
+//
+// File space freed by a block or an image is reused by blocks of any size
+// (first fit, neighbouring free extents merged); free space at the end of the
+// file is given back. An optional cap on the file's length turns a store that
+// would grow past it into CVmMemoryAllocationError.
 #pragma once
 #include <cstddef>
+#include <map>
 #include <mutex>
 #include <thread>
 #include <unordered_map>
@@ -24,10 +34,11 @@ class BlockManager final : public CVmManager {
 public:
   // Distinct blocks that each thread's window keeps resident.
   static constexpr int kWindowBlocks = 8;
-  // Thread windows kept at most; past this the least recently active is dropped.
-  static constexpr std::size_t kMaxThreadWindows = 128;
 
-  BlockManager(std::size_t residentBytes, int linesPerBlock);
+  // No cap on the backing file's length.
+  static constexpr std::size_t kNoFileCap = static_cast<std::size_t>(-1);
+
+  BlockManager(std::size_t residentBytes, int linesPerBlock, std::size_t fileCapBytes = kNoFileCap);
   ~BlockManager() override;
   BlockManager(const BlockManager &) = delete;
   BlockManager &operator=(const BlockManager &) = delete;
@@ -35,7 +46,11 @@ public:
   std::size_t GetResidentBudget() const override { return Budget; }
   std::size_t GetResidentBytes() const override;
   AllocationPolicy GetAllocationPolicy() const override { return BlockStored; }
-  long long GetLinesPerBlock(long long planeHeight) const override { return LinesPerBlock; }
+  // A block never holds more lines than a plane has.
+  long long GetLinesPerBlock(long long planeHeight) const override {
+    return planeHeight < LinesPerBlock ? (planeHeight > 0 ? planeHeight : 1) : LinesPerBlock;
+  }
+  std::size_t GetResidentBound() const override;
   std::size_t GetPeakResidentBytes() const override;
   std::shared_ptr<CVmHandle> Allocate(long long blockSize, long long blockCount) override;
   void Release(CVmHandle &handle) override;
@@ -46,17 +61,18 @@ public:
   unsigned char *GetBlockOnMemory(const std::shared_ptr<CVmHandle> &handle, long long block,
                                   bool readOnly) override;
 
-  // Length of the backing file: regions in use and regions free for reuse.
+  // Length of the backing file: regions in use and free extents between them.
   long long GetFileBytes() const;
 
 private:
   struct HandleBlocks;
+  struct ExitHook;
 
   struct BlockState {
     HandleBlocks *home = nullptr;
     long long index = 0;
     unsigned char *data = nullptr;  // resident buffer, or null
-    long long fileRegion = -1;      // region with the last copy written out, or -1
+    long long fileOffset = -1;      // where the last copy was written out, or -1
     int locks = 0;
     int windowRefs = 0;  // thread windows holding the block
     bool dirty = false;
@@ -72,15 +88,10 @@ private:
     std::vector<BlockState> blocks;
   };
 
+  // One per live thread that touched a block here; it goes with the thread.
   struct ThreadWindow {
     BlockState *recent[kWindowBlocks] = {};  // most recent first
     int count = 0;
-    unsigned long long lastActive = 0;
-  };
-
-  struct FileRegion {
-    long long offset;
-    long long bytes;
   };
 
   unsigned char *Bring(const std::shared_ptr<CVmHandle> &handle, long long block, bool readOnly, bool lock);
@@ -89,33 +100,34 @@ private:
   unsigned char *MakeRoom(std::size_t bytes);
   unsigned char *Evict(BlockState &state);
   void Touch(BlockState &state);
-  void DropLeastActiveWindow();
+  void EndWindow(std::thread::id thread);
+  void TrimToBudget() noexcept;
   void LeaveWindow(BlockState &state);
   static bool Evictable(const BlockState &state) { return state.data && state.locks == 0 && state.windowRefs == 0; }
   void LruPushNewest(BlockState &state);
   void LruRemove(BlockState &state);
 
   long long AcquireRegion(long long bytes);
-  void WriteRegion(long long region, const unsigned char *data);
-  void ReadRegion(long long region, unsigned char *data);
+  void FreeRegion(long long offset, long long bytes);
+  void WriteRegion(long long offset, long long bytes, const unsigned char *data);
+  void ReadRegion(long long offset, long long bytes, unsigned char *data);
   int File();
 
   const std::size_t Budget;
   const long long LinesPerBlock;
+  const std::size_t FileCap;
 
   mutable std::mutex Mutex;
   std::size_t Resident = 0;
   std::size_t Peak = 0;
   std::unordered_map<const CVmHandle *, HandleBlocks> Handles;
   std::unordered_map<std::thread::id, ThreadWindow> Windows;
-  unsigned long long Clock = 0;
   BlockState *LruNewest = nullptr;
   BlockState *LruOldest = nullptr;
 
   int FileDescriptor = -1;
   long long FileEnd = 0;
-  std::vector<FileRegion> Regions;
-  std::unordered_map<long long, std::vector<long long>> FreeRegions;  // bytes -> region indices
+  std::map<long long, long long> FreeExtents;  // offset -> bytes, none touching FileEnd
 };
 
 }  // namespace store_internal

@@ -8,6 +8,8 @@ namespace {
 constexpr double kRadiansPerDegree = std::numbers::pi / 180.0;
 }  // namespace
 
+namespace qorimg {
+
 void AdToDc(const double *ad, double *dc) {
   const double ra = ad[0] * kRadiansPerDegree;
   const double dec = ad[1] * kRadiansPerDegree;
@@ -50,3 +52,5 @@ void MulMatrix(const double *a, const double *b, double *out) {
       result[3 * r + c] = a[3 * r] * b[c] + a[3 * r + 1] * b[3 + c] + a[3 * r + 2] * b[6 + c];
   for (int k = 0; k < 9; ++k) out[k] = result[k];
 }
+
+}  // namespace qorimg

@@ -1,6 +1,7 @@
 // Processor features for the choice of vector loops, and the OpenMP runtime's
 // thread numbers.
 #include "sibling/QorSys.h"
+#include "sibling/SimdOverride.h"
 
 #include <omp.h>
 
@@ -36,9 +37,9 @@ unsigned int CQorSys::SIMD() {
   return detected;
 }
 
-void CQorSys::OverrideSIMD(unsigned int bits) { simdOverride.store(bits, std::memory_order_relaxed); }
+void qorimg::testing::OverrideSIMD(unsigned int bits) { simdOverride.store(bits, std::memory_order_relaxed); }
 
-void CQorSys::ClearSIMDOverride() { simdOverride.store(kNoOverride, std::memory_order_relaxed); }
+void qorimg::testing::ClearSIMDOverride() { simdOverride.store(kNoOverride, std::memory_order_relaxed); }
 
 int CParallel::GetMaxThreads() { return omp_get_max_threads(); }
 

@@ -2,9 +2,10 @@
 // images made with it. Two kinds are made by the factories at the end:
 //  - whole-plane (policy 1): each plane one contiguous, 64-byte aligned block,
 //    which is what the kernel pipelines need;
-//  - block-stored (policy 0): blocks of a fixed number of lines, at most a budget
-//    of them in memory, the rest in an unlinked temporary file, so that frames
-//    larger than memory can be worked on line by line.
+//  - block-stored (policy 0): blocks of a fixed number of lines, a budget of them
+//    in memory (more while the threads' windows and locks need more), the rest
+//    in an unlinked temporary file, so that frames larger than memory can be
+//    worked on line by line.
 #pragma once
 #include <cstddef>
 #include <cstdint>
@@ -58,6 +59,10 @@ public:
   // Lines per block for an image whose planes have `planeHeight` lines.
   virtual long long GetLinesPerBlock(long long planeHeight) const = 0;
   virtual std::size_t GetPeakResidentBytes() const = 0;
+  // The most block memory the manager may hold now: the budget, or more while
+  // what must stay resident (the threads' windows, locked blocks) needs more.
+  // The block store's peak stays within the highest value this takes.
+  virtual std::size_t GetResidentBound() const { return GetResidentBudget(); }
   // New blocks for an image; throws lumora::CVmMemoryAllocationError.
   virtual std::shared_ptr<CVmHandle> Allocate(long long blockSize, long long blockCount) = 0;
   // Frees all blocks of a handle; called by the image when it goes.
@@ -101,5 +106,11 @@ public:
 // callers that want a ceiling).
 QORIMG_API std::shared_ptr<CVmManager> CreateWholePlaneManager(
     std::size_t maxBytes = std::numeric_limits<std::size_t>::max());
-// Block-stored store keeping at most `residentBytes` of blocks in memory.
-QORIMG_API std::shared_ptr<CVmManager> CreateBlockManager(std::size_t residentBytes, int linesPerBlock);
+// Block-stored store keeping at most `residentBytes` of blocks in memory beyond
+// what the threads' windows and locks pin (see GetResidentBound). Blocks have
+// `linesPerBlock` lines, or the plane's height when that is less. With a file
+// cap, a block that would take the backing file past `fileCapBytes` raises
+// CVmMemoryAllocationError instead of filling the disk; by default there is none.
+QORIMG_API std::shared_ptr<CVmManager> CreateBlockManager(
+    std::size_t residentBytes, int linesPerBlock,
+    std::size_t fileCapBytes = std::numeric_limits<std::size_t>::max());

@@ -3,6 +3,7 @@
 #include <cmath>
 #include "kernels/Buffers.h"
 #include "support/Fixtures.h"
+#include "core/TestHooks.h"
 
 namespace qorimg::test {
 namespace {
@@ -48,9 +49,9 @@ TEST_P(ImageEditsTest, CropCopiesTheRectangleWithLevelsAndZerosWhatLiesOutside) 
 
 TEST_P(ImageEditsTest, CropFallsBackToLinesWhenTheTemporaryFails) {
   auto img = MakeImage(13, 9, 1);
-  kernels::testing::FailTemporaryAllocations(true);
+  kernels::testing::FailTemporaryAllocationsFrom(0);
   auto crop = img->Crop(CRect(1, 1, 12, 8));
-  kernels::testing::FailTemporaryAllocations(false);
+  kernels::testing::FailTemporaryAllocationsFrom(-1);
   ASSERT_TRUE(crop);
   EXPECT_EQ(crop->GetPixelGrayRaw(10, 6, 0), Pattern(11, 7, 0));
 }
@@ -143,9 +144,9 @@ TEST_P(ImageEditsTest, ThresholdLineLoopAlwaysWorksOnPlaneZero) {
   }
   // A failed temporary drops to the line loop: plane 0 again.
   auto other = MakeImage(5, 3, 3, [](int x, int, int) { return static_cast<float>(x); });
-  kernels::testing::FailTemporaryAllocations(true);
+  kernels::testing::FailTemporaryAllocationsFrom(0);
   other->ThresholdGreaterThan(2, 3.0f, -1.0f);
-  kernels::testing::FailTemporaryAllocations(false);
+  kernels::testing::FailTemporaryAllocationsFrom(-1);
   EXPECT_EQ(other->GetPixelGrayRaw(4, 0, 0), -1.0f);
   EXPECT_EQ(other->GetPixelGrayRaw(4, 0, 2), 4.0f);
 }

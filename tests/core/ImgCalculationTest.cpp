@@ -1,7 +1,7 @@
 // CImgCalculation on every route against a double-precision reference.
 #include <cmath>
 #include "core/ImgCalculation.h"
-#include "sibling/QorSys.h"
+#include "sibling/SimdOverride.h"
 #include "support/Fixtures.h"
 
 namespace qorimg::test {
@@ -90,7 +90,9 @@ TEST_P(ImgCalculationTest, SourceAndTargetOnDifferentStoresTakeTheLineLoops) {
   auto target = MakeImage(15, 6, 1);
   CImgCalculation::Calculate(*target, 1.0, 0, 0, src.get(), nullptr, 0);
   EXPECT_EQ(target->GetPixelGrayRaw(14, 5, 0), Pattern(14, 5, 0) + 1.0f);
-  EXPECT_NE(ChooseRoute(true, {target.get(), src.get()}), Route::Plane);
+  const auto runs = TakeRuns();
+  ASSERT_EQ(runs.size(), 1u);
+  EXPECT_EQ(runs[0].chosen, Case().vector ? Route::Vector : Route::Block);
 }
 
 // A frame far larger than the block store's budget: the parallel loops keep
@@ -101,14 +103,14 @@ TEST(ImgCalculationLargeFrame, BlockStoreBeyondItsBudgetGivesExactResults) {
   auto src = MakeImage(manager, width, height, 1);
   auto target = MakeImage(manager, width, height, 1);
   for (unsigned simd : {0u, 2u}) {
-    CQorSys::OverrideSIMD(simd);
+    qorimg::testing::OverrideSIMD(simd);
     CImgCalculation::Calculate(*target, 2.0, 2, 0, src.get(), nullptr, 0);
     for (int y = 0; y < height; y += 7) {
       const float *line = target->GetImageAdr(0, y, 0, CImage::ReadOnly);
       for (int x = 0; x < width; ++x) ASSERT_EQ(line[x], Pattern(x, y, 0) * 2.0f);
     }
   }
-  CQorSys::ClearSIMDOverride();
+  qorimg::testing::ClearSIMDOverride();
   EXPECT_LE(manager->GetPeakResidentBytes(), manager->GetResidentBudget() + (1u << 17));
 }
 

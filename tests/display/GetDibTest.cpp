@@ -5,6 +5,7 @@
 #include <random>
 #include <set>
 #include "display/DisplaySupport.h"
+#include "display/UniqueDib.h"
 #include "support/Fixtures.h"
 
 namespace qorimg::test {
@@ -140,6 +141,25 @@ TEST_P(GetDibTest, ManyCellsFillAllSlotsWithDistinctCentresAndPixelsTakeTheNeare
       const int mine = distance(dib.table[*dib.At(x, y)], r, g, b);
       for (const RGBQUAD &q : dib.table) ASSERT_LE(mine, distance(q, r, g, b)) << x << "," << y;
     }
+}
+
+TEST(UniqueDib, OwnsTheHandleOfGetDibUntilReleased) {
+  auto image = MakeSpread(CreateWholePlaneManager(), 5, 3, 1);
+  HDIB raw = nullptr;
+  {
+    UniqueDib dib(image->GetDib(8));
+    raw = dib.get();
+    ASSERT_NE(raw, nullptr);
+    UniqueDib moved = std::move(dib);
+    EXPECT_EQ(dib.get(), nullptr);
+    EXPECT_EQ(moved.get(), raw);
+  }
+  EXPECT_EQ(GlobalSize(raw), 0u);  // freed once, by the owner it was moved to
+
+  UniqueDib kept(image->GetDib(8));
+  raw = kept.release();
+  EXPECT_GT(GlobalSize(raw), sizeof(BITMAPINFOHEADER));  // still live
+  EXPECT_EQ(GlobalFree(raw), nullptr);
 }
 
 }  // namespace

@@ -13,6 +13,8 @@
 #include "kernels/Arithmetic.h"
 #include "kernels/FrameEdits.h"
 #include "kernels/Runtime.h"
+#include "core/TestHooks.h"
+#include "sibling/Exceptions.h"
 
 namespace qorimg::kernels::test {
 namespace {
@@ -85,17 +87,21 @@ TEST(KernelRuntime, FirstCallsFromTwoThreadsBothWork) {
   EXPECT_EQ(queries.granted & queries.denied, 0u);
 }
 
-TEST(KernelRuntime, PipelineErrorIsReportedAndReturnedNotAborted) {
+TEST(KernelRuntime, PipelineErrorIsReturnedThenRaisedWithItsMessage) {
   const Plane small(5, 5);
   Plane large(10, 10);
   const int errorsBefore = testing::PipelineErrorCount();
-  ::testing::internal::CaptureStderr();
   // The output reaches beyond the input: the bounds check fails.
   const int result = crop_float(small.input(), 1, 1, large.buffer());
-  const std::string report = ::testing::internal::GetCapturedStderr();
   EXPECT_NE(result, 0);
   EXPECT_EQ(testing::PipelineErrorCount(), errorsBefore + 1);
-  EXPECT_NE(report.find("kernel pipeline error"), std::string::npos) << report;
+  try {
+    CheckPipeline(result);
+    ADD_FAILURE() << "no exception";
+  } catch (const lumora::CLumoraImageException &e) {
+    EXPECT_NE(std::string(e.what()).find("beyond the max"), std::string::npos) << e.what();
+  }
+  EXPECT_NO_THROW(CheckPipeline(0));
 }
 
 TEST(KernelRuntime, TemporaryPlaneAllocationFailsOnDemand) {
@@ -104,9 +110,9 @@ TEST(KernelRuntime, TemporaryPlaneAllocationFailsOnDemand) {
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(plane.get()) % 64, 0u);
   plane[37 * 5 - 1] = 1.0f;  // the whole plane is there (checked under the sanitizers)
 
-  testing::FailTemporaryAllocations(true);
+  testing::FailTemporaryAllocationsFrom(0);
   EXPECT_THROW(AllocateTemporaryPlane(37, 5), std::bad_alloc);
-  testing::FailTemporaryAllocations(false);
+  testing::FailTemporaryAllocationsFrom(-1);
   EXPECT_NE(AllocateTemporaryPlane(1, 1), nullptr);
   EXPECT_THROW(AllocateTemporaryPlane(-1, 5), std::bad_alloc);
 }

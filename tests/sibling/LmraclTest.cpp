@@ -7,6 +7,8 @@
 
 namespace {
 
+using namespace qorimg;
+
 // sin and cos of angles in degrees are rounded to about 1e-16 (cos 90 degrees is
 // 6e-17, not 0); sums of three such products stay far below 1e-14.
 constexpr double kTolerance = 1e-14;

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "sibling/QorSys.h"
+#include "sibling/SimdOverride.h"
 
 namespace {
 
@@ -31,9 +32,9 @@ TEST(CQorSys, SimdBitsMatchTheProcessorAndCanBeOverridden) {
   EXPECT_EQ((bits & 2) != 0, flags.count("sse4_1") == 1);
   EXPECT_EQ((bits & 4) != 0, flags.count("avx") == 1);
   EXPECT_EQ((bits & 8) != 0, flags.count("avx2") == 1 && flags.count("fma") == 1);
-  CQorSys::OverrideSIMD(0);
+  qorimg::testing::OverrideSIMD(0);
   EXPECT_EQ(CQorSys::SIMD(), 0u);
-  CQorSys::ClearSIMDOverride();
+  qorimg::testing::ClearSIMDOverride();
   EXPECT_EQ(CQorSys::SIMD(), bits);
 }
 

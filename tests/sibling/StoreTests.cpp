@@ -247,49 +247,74 @@ TEST_F(BlockStore, ThreadWindowKeepsUnlockedAddressesValid) {
   EXPECT_EQ(Manager->GetPeakResidentBytes(), 16u * 4096);
 }
 
-// Windows of threads that are gone pin their blocks only until the bound on
-// windows drops them, least recently active first.
-TEST_F(BlockStore, ThreadWindowsAreBounded) {
-  constexpr int kThreads = 160;
+// Each live thread's window pins its blocks, and the reported bound counts
+// them; a thread's window goes when the thread ends.
+TEST_F(BlockStore, ThreadWindowsEndWithTheirThread) {
+  constexpr int kThreads = 64;
   auto manager = CreateBlockManager(0, 1);
   CVmImage image(manager, 8, 4096, kThreads, 1, nullptr);  // one page a block
-  // All threads stay alive until each has touched its block, so no thread id is reused.
-  std::latch touched(kThreads);
+  std::latch touched(kThreads + 1), checked(1);
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t)
     threads.emplace_back([&, t] {
       image.GetImageAdr(0, t, 0, false, false, nullptr)[0] = 1;
-      touched.arrive_and_wait();
+      touched.count_down();
+      checked.wait();
     });
+  touched.arrive_and_wait();
+  EXPECT_EQ(manager->GetResidentBytes(), kThreads * 4096u);
+  EXPECT_EQ(manager->GetResidentBound(), kThreads * 8 * 4096u);
+  checked.count_down();
   for (std::thread &thread : threads) thread.join();
-  EXPECT_EQ(manager->GetResidentBytes(), store_internal::BlockManager::kMaxThreadWindows * 4096);
-  long long onFile = 0;
-  for (int b = 0; b < kThreads; ++b) onFile += image.GetVmHandle()->GetType(b) == CVmBlock::OnFile;
-  EXPECT_EQ(onFile, kThreads - static_cast<long long>(store_internal::BlockManager::kMaxThreadWindows));
+  EXPECT_EQ(manager->GetResidentBytes(), 0u);
+  EXPECT_EQ(manager->GetResidentBound(), 0u);
+  for (int t = 0; t < kThreads; ++t) EXPECT_EQ(image.GetImageAdr(0, t, 0, true, false, nullptr)[0], 1);
 }
 
-TEST_F(BlockStore, FileRegionsOfADestroyedImageAreReused) {
-  auto first = std::make_unique<CVmImage>(Manager, 8, 1024, 200, 1, nullptr);  // 50 blocks each
-  CVmImage second(Manager, 8, 1024, 200, 1, nullptr);
+// Ten short images on a manager of long blocks: each block has the image's lines only.
+TEST_F(BlockStore, BlocksNeverHoldMoreLinesThanTheImage) {
+  auto manager = CreateBlockManager(std::size_t{1} << 30, 20000);
+  std::vector<std::unique_ptr<CVmImage>> images;
+  for (int i = 0; i < 10; ++i) {
+    images.push_back(std::make_unique<CVmImage>(manager, 32, 1000, 10, 2, nullptr));
+    WritePattern(*images.back(), i);
+  }
+  EXPECT_EQ(images[0]->GetLinesPerBlock(), 10);
+  EXPECT_EQ(manager->GetResidentBytes(), 10u * 2 * 40960);  // 40,000 bytes a block, in whole pages
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(PatternErrors(*images[i], i), 0);
+}
+
+// Space freed by blocks of one size is taken by blocks of another; the file
+// shrinks when its end is freed.
+TEST_F(BlockStore, FreedFileSpaceIsReusedByAnyBlockSize) {
+  auto first = std::make_unique<CVmImage>(Manager, 8, 2048, 200, 1, nullptr);  // 50 blocks of 8 KiB
+  auto second = std::make_unique<CVmImage>(Manager, 8, 1024, 200, 1, nullptr);  // 50 of 4 KiB
   WritePattern(*first, 1);
-  WritePattern(second, 2);
+  WritePattern(*second, 2);
   const long long fileBytes = Internal().GetFileBytes();
-  std::vector<long long> freedSlots;
-  for (long long b = 0; b < 50; ++b)
-    if (first->GetVmHandle()->GetType(b) == CVmBlock::OnFile) freedSlots.push_back(first->GetVmHandle()->GetSlotIndex(b));
-  ASSERT_GE(freedSlots.size(), 42u);
+  ASSERT_EQ(fileBytes, 50 * 8192 + 42 * 4096);
   first.reset();
 
   CVmImage third(Manager, 8, 1024, 200, 1, nullptr);
   WritePattern(third, 3);
   EXPECT_EQ(Internal().GetFileBytes(), fileBytes) << "the file did not grow";
-  for (long long b = 0; b < 42; ++b) {
-    ASSERT_EQ(third.GetVmHandle()->GetType(b), CVmBlock::OnFile);
-    EXPECT_NE(std::find(freedSlots.begin(), freedSlots.end(), third.GetVmHandle()->GetSlotIndex(b)),
-              freedSlots.end());
-  }
-  EXPECT_EQ(PatternErrors(second, 2), 0);
+  for (long long b = 0; b < 42; ++b) EXPECT_LT(third.GetVmHandle()->GetSlotIndex(b), 50 * 8192);
+  EXPECT_EQ(PatternErrors(*second, 2), 0);
   EXPECT_EQ(PatternErrors(third, 3), 0);
+  second.reset();
+  EXPECT_LT(Internal().GetFileBytes(), 50 * 8192) << "the freed end was cut off";
+}
+
+TEST(BlockStoreFileCap, AStoreThatWouldPassItsCapFailsClearly) {
+  auto manager = CreateBlockManager(8 * 4096, 4, 16 * 4096);
+  CVmImage image(manager, 8, 1024, 400, 1, nullptr);  // 100 blocks of 4 KiB
+  try {
+    WritePattern(image);
+    ADD_FAILURE() << "the store grew past its cap";
+  } catch (const lumora::CVmMemoryAllocationError &error) {
+    EXPECT_NE(std::string(error.what()).find("cap of 65536 bytes"), std::string::npos) << error.what();
+  }
+  EXPECT_EQ(static_cast<store_internal::BlockManager &>(*manager).GetFileBytes(), 16 * 4096);
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 #include <cmath>
 #include <cstring>
 #include "platform/Messages.h"
-#include "sibling/QorSys.h"
+#include "core/TestHooks.h"
+#include "kernels/Runtime.h"
+#include "platform/Exceptions.h"
 
 namespace qorimg::test {
 
@@ -75,15 +77,55 @@ std::vector<float> ReadPlane(const CLmrImage &image, int plane) {
   return ::testing::AssertionSuccess();
 }
 
-void RouteTest::SetUp() {
-  CQorSys::OverrideSIMD(Case().vector ? 2u : 0u);
-  testing::ForceBlockRoute(Case().forceBlock);
-  manager_ = MakeManager(Case().store);
+Route RouteCase::Expected(const testing::RouteRecord &run) const {
+  if (run.hadPipeline) return Expected(run.hadVector);
+  return vector && run.hadVector ? Route::Vector : Route::Block;
 }
 
+void RouteTest::SetUp() {
+  qorimg::testing::OverrideSIMD(Case().vector ? 2u : 0u);
+  testing::ForceBlockRoute(Case().forceBlock);
+  manager_ = MakeManager(Case().store);
+  testing::TakeRouteLog();
+  pipelineErrors_ = kernels::testing::PipelineErrorCount();
+}
+
+// Every operator run of the test took the route of the test's case, and no
+// pipeline reported an error.
 void RouteTest::TearDown() {
-  CQorSys::ClearSIMDOverride();
+  qorimg::testing::ClearSIMDOverride();
   testing::ForceBlockRoute(false);
+  for (const testing::RouteRecord &run : testing::TakeRouteLog())
+    EXPECT_EQ(run.chosen, Case().Expected(run)) << "an operator took another route than the case's";
+  EXPECT_EQ(kernels::testing::PipelineErrorCount(), pipelineErrors_) << "a pipeline reported an error";
+}
+
+std::vector<testing::RouteRecord> RouteTest::TakeRuns() const { return testing::TakeRouteLog(); }
+
+void RouteTest::AcceptPipelineErrors() { pipelineErrors_ = kernels::testing::PipelineErrorCount(); }
+
+void ExpectRejectsBadSources(const std::shared_ptr<CVmManager> &manager, int width, int height, int planes,
+                             const BinaryOperator &op) {
+  struct Bad {
+    const char *what;
+    std::unique_ptr<CLmrImage> src;
+  };
+  std::vector<Bad> cases;
+  cases.push_back({"null", nullptr});
+  cases.push_back({"narrower", MakeImage(manager, width - 1, height, planes)});
+  cases.push_back({"shorter", MakeImage(manager, width, height - 1, planes)});
+  if (planes > 1) cases.push_back({"fewer planes", MakeImage(manager, width, height, planes - 1)});
+  cases.push_back({"16-bit samples", std::make_unique<CLmrImage>(manager, CImage::Int16, width, height, planes, 1.0,
+                                                                 0.0, 1, std::shared_ptr<lumora::Progress>())});
+  for (Bad &bad : cases) {
+    auto target = MakeImage(manager, width, height, planes);
+    MessageRecorder recorder;
+    target->SetProgressHandle(recorder.Window());
+    EXPECT_THROW(op(bad.src.get(), *target), CInvalidArgException *) << bad.what;
+    EXPECT_TRUE(recorder.entries.empty()) << bad.what << ": progress was opened";
+    auto untouched = MakeImage(manager, width, height, planes);
+    EXPECT_TRUE(SamePixels(*target, *untouched)) << bad.what;
+  }
 }
 
 MessageRecorder::MessageRecorder() {

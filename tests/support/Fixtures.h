@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 #include "core/LmrImage.h"
 #include "core/OperatorFrame.h"
+#include "core/TestHooks.h"
 
 namespace qorimg::test {
 
@@ -27,6 +28,8 @@ struct RouteCase {
   bool vector;      // CQorSys::SIMD() reports the 128-bit vector bit
   bool forceBlock;  // line loops even on whole-plane images
   Route Expected(bool operatorHasVector) const;
+  // The route an operator run should have chosen on this case.
+  Route Expected(const testing::RouteRecord &run) const;
 };
 
 std::vector<RouteCase> AllRoutes();
@@ -48,7 +51,19 @@ std::vector<float> ReadPlane(const CLmrImage &image, int plane);
 // Bitwise comparison of every sample (NaN equals NaN); reports the first difference.
 ::testing::AssertionResult SamePixels(const CLmrImage &a, const CLmrImage &b);
 
-// Applies the route's vector and block settings for the test's length.
+// The operator under test, with a source and the target it writes.
+using BinaryOperator = std::function<void(CLmrImage *src, CLmrImage &target)>;
+// Runs `op` with a source that is null, narrower, shorter, of fewer planes, or of
+// 16-bit samples than a `width` x `height` x `planes` target on `manager`: each
+// must raise the invalid-argument exception before the target is written or
+// progress is opened.
+void ExpectRejectsBadSources(const std::shared_ptr<CVmManager> &manager, int width, int height, int planes,
+                             const BinaryOperator &op);
+
+// Applies the route's vector and block settings for the test's length, and at
+// the end checks that every operator run chose the case's route (a test that
+// mixes stores on purpose takes its runs with TakeRuns) and that no pipeline
+// reported an error.
 class RouteTest : public ::testing::TestWithParam<RouteCase> {
 protected:
   void SetUp() override;
@@ -58,9 +73,14 @@ protected:
   std::unique_ptr<CLmrImage> MakeImage(int width, int height, int planes, const PixelFunction &fill = nullptr) const {
     return test::MakeImage(manager_, width, height, planes, fill);
   }
+  // The operator runs so far, taken out of the check at the end.
+  std::vector<testing::RouteRecord> TakeRuns() const;
+  // Pipeline errors so far were expected by the test.
+  void AcceptPipelineErrors();
 
 private:
   std::shared_ptr<CVmManager> manager_;
+  int pipelineErrors_ = 0;
 };
 
 // Records every message sent or posted to a window, for the progress protocol.

@@ -11,7 +11,6 @@
 #include "Preview.h"
 #include "StarField.h"
 #include "core/ImgCalculation.h"
-#include "core/OperatorFrame.h"
 #include "sibling/VmManager.h"
 
 namespace {
@@ -20,13 +19,11 @@ double Seconds(std::chrono::steady_clock::time_point since) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
 }
 
-const char *RouteName(qorimg::Route route) {
-  switch (route) {
-    case qorimg::Route::Plane: return "kernel pipeline";
-    case qorimg::Route::Vector: return "vector line loop";
-    case qorimg::Route::Block: return "plain line loop";
-  }
-  return "?";
+// The route an operator takes follows from the store: kernel pipelines on
+// whole-plane images, line loops (vector ones where the processor has them) on
+// block-stored ones.
+const char *RouteName(const CImage &image) {
+  return image.GetAllocationPolicy() != 0 ? "kernel pipeline" : "line loops";
 }
 
 struct Job {
@@ -47,7 +44,7 @@ void Run(const Job &job, const std::string &directory) {
   const float before = frame.GetPixelGrayRaw(10, 10, 0);
   CImgCalculation calibrated;
   calibrated.Create(frame, nullptr, nullptr);
-  std::printf("  route: %s\n", RouteName(qorimg::ChooseRoute(true, {&calibrated, &frame})));
+  std::printf("  route: %s\n", RouteName(calibrated));
 
   t0 = std::chrono::steady_clock::now();
   calibrated.Do(1000.0, CImgCalculation::Subtract, 1, &frame, nullptr, 0);
