@@ -6,23 +6,12 @@
 #include <limits>
 #include "core/DitherRandom.h"
 #include "core/LmrImage.h"
-#include "core/OperatorFrame.h"
+#include "core/OperatorRunner.h"
 #include "core/PixelMath.h"
 #include "core/StatisticsRoutes.h"
 #include "platform/Exceptions.h"
 
 namespace {
-
-// Histograms clip their rectangle on one side per edge: left and top at least 0,
-// right and bottom at most the image. Order is not repaired, but an inverted
-// result is made empty (right = left, bottom = top), so that its size is 0
-// rather than an int overflow and every route leaves the histogram empty.
-qorimg::LineRect ClipOneSided(const CLmrImage &image, const CRect *rect) {
-  if (!rect) return {0, 0, image.GetWidth(), image.GetHeight()};
-  const int left = std::max(rect->left, 0), top = std::max(rect->top, 0);
-  return {left, top, std::max(left, std::min(rect->right, image.GetWidth())),
-          std::max(top, std::min(rect->bottom, image.GetHeight()))};
-}
 
 bool DitherApplies(double binsPerUnit) { return binsPerUnit > 0.0 && binsPerUnit <= 1.0; }
 
@@ -166,8 +155,7 @@ int CLmrImage::GetHistogram(int *const pHist, int nBins, double fMin, double fMa
   if (!IsColor() && nPlane == -1) nPlane = 0;
   CheckPlane(nPlane == -1 ? 2 : nPlane);  // brightness reads planes 0 to 2
   if (!pHist && nBins > 0) AfxThrowInvalidArgException();
-  const qorimg::LineRect r = ClipOneSided(*this, rect);
-  ShowProgressInit(bProgress, idMessage ? idMessage : 6166, r.Height());
+  const qorimg::LineRect r = qorimg::ClipRect(*this, rect, qorimg::Clip::OneSided);
   std::fill(pHist, pHist + std::max(nBins, 0), 0);
 
   if (nPlane == -1) {  // brightness is binned on the 0..255 scale of plane 0's level
@@ -176,20 +164,24 @@ int CLmrImage::GetHistogram(int *const pHist, int nBins, double fMin, double fMa
   }
   const Binner binner{pHist, nBins, fMin, fMax, nBins / (fMax - fMin)};
   const SamplePattern pattern = MakePattern(*this, r, bCull);
-  if (nBins >= 1 && !r.IsEmpty()) {
-    if (!pattern.culled && qorimg::IsWholePlane(*this)) {
-      qorimg::HistogramPlane(*this, nPlane, r, fMin, fMax, nBins, pHist);
-    } else {
-      SampleReader reader(*this, nPlane);
-      Visit(*this, pattern, r, [&](int y) { reader.Line(y); },
-            [&](int x) { binner.Add(HstAntialias(reader.At(x), binner.binsPerUnit)); });
-      if (pattern.culled) ScaleCulled(pHist, nBins, *this, pattern.visited);
-    }
-    if (bLog) ToLogarithmic(pHist, nBins);
-  }
-  const int result = bHeight ? GetHeightOfHistogram(pHist, nBins) : FlatHeight(*this, nBins);
-  ShowProgressEnd(static_cast<const wchar_t *>(nullptr));
-  return result;
+  const bool counts = nBins >= 1 && !r.IsEmpty();
+  qorimg::RouteTable routes;
+  routes.planeLoop = [&](int) {
+    if (!counts) return;
+    SampleReader reader(*this, nPlane);
+    Visit(*this, pattern, r, [&](int y) { reader.Line(y); },
+          [&](int x) { binner.Add(HstAntialias(reader.At(x), binner.binsPerUnit)); });
+    if (pattern.culled) ScaleCulled(pHist, nBins, *this, pattern.visited);
+  };
+  if (!pattern.culled)
+    routes.pipelineCall = [&](int) {
+      if (counts) qorimg::HistogramPlane(*this, nPlane, r, fMin, fMax, nBins, pHist);
+      return 0;
+    };
+  qorimg::RunOperator({*this, bProgress, idMessage ? idMessage : 6166, r.Height(), r, {0, 1}},
+                      {{this, nPlane == -1 ? 3 : nPlane + 1}}, routes);
+  if (counts && bLog) ToLogarithmic(pHist, nBins);
+  return bHeight ? GetHeightOfHistogram(pHist, nBins) : FlatHeight(*this, nBins);
 }
 
 // Three histograms of the raw planes, read together with one dither offset per
@@ -200,41 +192,45 @@ int CLmrImage::GetHistogramRGB(int *const pRed, int *const pGreen, int *const pB
   if (!IsColor()) return -1;
   CheckPlane(2);
   if ((!pRed || !pGreen || !pBlue) && nBins > 0) AfxThrowInvalidArgException();
-  const qorimg::LineRect r = ClipOneSided(*this, rect);
-  ShowProgressInit(bProgress, idMessage ? idMessage : 6166, r.Height());
+  const qorimg::LineRect r = qorimg::ClipRect(*this, rect, qorimg::Clip::OneSided);
   int *const hists[3] = {pRed, pGreen, pBlue};
   for (int *h : hists) std::fill(h, h + std::max(nBins, 0), 0);
   const double binsPerUnit = nBins / (fMax - fMin);
   const SamplePattern pattern = MakePattern(*this, r, bCull);
-  if (nBins >= 1 && !r.IsEmpty()) {
-    if (!pattern.culled && qorimg::IsWholePlane(*this)) {
-      qorimg::HistogramRgbPlanes(*this, r, fMin, fMax, nBins, pRed, pGreen, pBlue);
-    } else {
-      const Binner binners[3] = {{pRed, nBins, fMin, fMax, binsPerUnit},
-                                 {pGreen, nBins, fMin, fMax, binsPerUnit},
-                                 {pBlue, nBins, fMin, fMax, binsPerUnit}};
-      const float *lines[3] = {nullptr, nullptr, nullptr};
-      Visit(*this, pattern, r,
-            [&](int y) {
-              for (int p = 0; p < 3; ++p) lines[p] = GetImageAdr(0, y, p, CImage::ReadOnly);
-            },
-            [&](int x) {
-              double v[3];
-              HstAntialias(lines[0][x], lines[1][x], lines[2][x], v[0], v[1], v[2], binsPerUnit);
-              for (int p = 0; p < 3; ++p) binners[p].Add(v[p]);
-            });
-      if (pattern.culled)
-        for (int *h : hists) ScaleCulled(h, nBins, *this, pattern.visited);
-    }
-    if (bLog)
-      for (int *h : hists) ToLogarithmic(h, nBins);
-  }
+  const bool counts = nBins >= 1 && !r.IsEmpty();
+  qorimg::RouteTable routes;
+  routes.planeLoop = [&](int) {
+    if (!counts) return;
+    const Binner binners[3] = {{pRed, nBins, fMin, fMax, binsPerUnit},
+                               {pGreen, nBins, fMin, fMax, binsPerUnit},
+                               {pBlue, nBins, fMin, fMax, binsPerUnit}};
+    const float *lines[3] = {nullptr, nullptr, nullptr};
+    Visit(*this, pattern, r,
+          [&](int y) {
+            for (int p = 0; p < 3; ++p) lines[p] = GetImageAdr(0, y, p, CImage::ReadOnly);
+          },
+          [&](int x) {
+            double v[3];
+            HstAntialias(lines[0][x], lines[1][x], lines[2][x], v[0], v[1], v[2], binsPerUnit);
+            for (int p = 0; p < 3; ++p) binners[p].Add(v[p]);
+          });
+    if (pattern.culled)
+      for (int *h : hists) ScaleCulled(h, nBins, *this, pattern.visited);
+  };
+  if (!pattern.culled)
+    routes.pipelineCall = [&](int) {
+      if (counts) qorimg::HistogramRgbPlanes(*this, r, fMin, fMax, nBins, pRed, pGreen, pBlue);
+      return 0;
+    };
+  qorimg::RunOperator({*this, bProgress, idMessage ? idMessage : 6166, r.Height(), r, {0, 1}}, {{this, 3}},
+                      routes);
+  if (counts && bLog)
+    for (int *h : hists) ToLogarithmic(h, nBins);
   int result = FlatHeight(*this, nBins);
   if (bHeight) {
     result = GetHeightOfHistogram(pRed, nBins);
     result = std::max(result, GetHeightOfHistogram(pGreen, nBins));
     result = std::max(result, GetHeightOfHistogram(pBlue, nBins));
   }
-  ShowProgressEnd(static_cast<const wchar_t *>(nullptr));
   return result;
 }

@@ -89,7 +89,7 @@ int ThresholdPipeline(CLmrImage::ThresholdTest test, const CLmrImage &image, int
 // whatever `plane` says: on block-stored images a threshold on plane 1 or 2
 // changes plane 0.
 void CLmrImage::Threshold(ThresholdTest test, int plane, float threshold, float value) {
-  if (plane >= 0) qorimg::CheckPlane(*this, plane);
+  if (plane >= 0) CheckPlane(plane);
   const qorimg::PlaneRange planes = plane < 0 ? qorimg::PlaneRange{0, GetPlanes()} : qorimg::PlaneRange{plane, 1};
   const qorimg::LineRect whole = qorimg::ClipRect(*this, nullptr);
   const int width = GetWidth();

@@ -23,8 +23,8 @@ LineRect ClipRect(const CLmrImage &image, const CRect *rect, Clip policy) {
   const int width = image.GetWidth(), height = image.GetHeight();
   r.left = std::clamp(rect->left, 0, width);
   r.top = std::clamp(rect->top, 0, height);
-  r.right = std::clamp(rect->right, 0, width);
-  r.bottom = std::clamp(rect->bottom, 0, height);
+  r.right = std::max(r.left, std::clamp(rect->right, 0, width));
+  r.bottom = std::max(r.top, std::clamp(rect->bottom, 0, height));
   return r;
 }
 
@@ -55,10 +55,6 @@ bool BoundImagesFit(std::initializer_list<BoundImage> bound, const LineRect &rec
 
 void CheckBoundImages(std::initializer_list<BoundImage> bound, const LineRect &rect) {
   if (!BoundImagesFit(bound, rect)) AfxThrowInvalidArgException();
-}
-
-void CheckPlane(const CImage &image, int plane) {
-  if (plane < 0 || plane >= image.GetPlanes()) AfxThrowInvalidArgException();
 }
 
 }  // namespace qorimg

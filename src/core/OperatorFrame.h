@@ -27,8 +27,9 @@ enum class Clip {
   // Every edge clamped into the image (CLmrImage::NormalizeRect).
   Normalized,
   // The statistics members: left and top at least 0, right and bottom at most
-  // the image. Edges beyond the other side leave the rectangle inverted, which
-  // is clamped here too, so that it stays empty without overflowing.
+  // the image; an inverted result is made empty (right = left, bottom = top),
+  // so that its size is 0 and every route leaves its result empty. Edges
+  // beyond the other side are clamped too, which changes no loop.
   OneSided,
 };
 
@@ -77,8 +78,5 @@ struct BoundImage {
 bool BoundImagesFit(std::initializer_list<BoundImage> bound, const LineRect &rect);
 // Raises the invalid-argument exception (CInvalidArgException) unless they pass.
 void CheckBoundImages(std::initializer_list<BoundImage> bound, const LineRect &rect);
-// A plane argument of a public member: 0 <= plane < image's planes, else the
-// invalid-argument exception.
-void CheckPlane(const CImage &image, int plane);
 
 }  // namespace qorimg

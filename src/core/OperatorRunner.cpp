@@ -5,6 +5,7 @@
 #include <immintrin.h>
 
 #include <mutex>
+#include <optional>
 #include <new>
 #include "core/LineLoops.h"
 #include "core/TestHooks.h"
@@ -73,7 +74,8 @@ void RunPipelineIntoRect(CLmrImage &target, int plane, const LineRect &rect, boo
 
 Route RunOperator(const OperatorCall &call, std::initializer_list<BoundImage> bound, const RouteTable &routes) {
   CheckBoundImages(bound, call.rect);
-  ProgressFrame progress(call.target, call.bProgress, call.idMessage, call.progressTotal);
+  std::optional<ProgressFrame> progress;
+  if (call.idMessage != 0) progress.emplace(call.target, call.bProgress, call.idMessage, call.progressTotal);
 
   const bool hasPipeline = routes.pipeline || routes.pipelineCall || routes.fastRoutesSkip;
   const bool hasVector = static_cast<bool>(routes.vector) || routes.fastRoutesSkip;

@@ -55,8 +55,11 @@ struct PlaneRange {
 };
 
 struct OperatorCall {
+  // The image that receives the result, and the progress messages.
   CLmrImage &target;
   int bProgress;
+  // The operator's progress message; 0 for operators that show no progress,
+  // whose target's progress state is then not touched at all.
   int idMessage;
   int progressTotal;
   LineRect rect;

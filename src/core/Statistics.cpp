@@ -5,20 +5,11 @@
 #include <vector>
 #include "core/LineLoops.h"
 #include "core/LmrImage.h"
-#include "core/OperatorFrame.h"
+#include "core/OperatorRunner.h"
 #include "core/PixelMath.h"
 #include "core/StatisticsRoutes.h"
 
 namespace {
-
-// Centroids clip like the histograms: one side per edge. An inverted result is
-// made empty, so that its width and height are 0 rather than an int overflow.
-qorimg::LineRect ClipOneSided(const CLmrImage &image, const CRect *rect) {
-  if (!rect) return {0, 0, image.GetWidth(), image.GetHeight()};
-  const int left = std::max(rect->left, 0), top = std::max(rect->top, 0);
-  return {left, top, std::max(left, std::min(rect->right, image.GetWidth())),
-          std::max(top, std::min(rect->bottom, image.GetHeight()))};
-}
 
 // The last step of every centroid: a result whose rounded pixel is not in the
 // (unclipped) rectangle, as with no weight at all, becomes its integer middle.
@@ -133,39 +124,42 @@ float CLmrImage::GetAvrGray256f(int nPlane) {
 // The centroid of what stands above the mean on the 0..255 scale, weighted by the
 // square of the excess.
 void CLmrImage::GetCentroid(double &fX, double &fY, CRect *rect) {
-  const qorimg::LineRect r = ClipOneSided(*this, rect);
+  const qorimg::LineRect r = qorimg::ClipRect(*this, rect, qorimg::Clip::OneSided);
   const qorimg::LineRect kept = Unclipped(*this, rect);
   double sumX = 0.0, sumY = 0.0, weight = 0.0;
-  if (!r.IsEmpty()) {
-    if (qorimg::IsWholePlane(*this)) {
-      qorimg::CentroidPlanes(*this, r, sumX, sumY, weight);
-    } else {
-      auto value = [&](const float *const *lines, int x) -> double {
-        return IsColor() ? GetPixelBright256f(lines[0] + x, lines[1] + x, lines[2] + x)
-                         : GetPixelGray256f(lines[0] + x, 0);
-      };
-      const float *lines[3] = {nullptr, nullptr, nullptr};
-      auto readLine = [&](int y) {
-        for (int p = 0; p < (IsColor() ? 3 : 1); ++p) lines[p] = GetImageAdr(0, y, p, CImage::ReadOnly);
-      };
-      double floorSum = 0.0;
-      for (int y = r.top; y < r.bottom; ++y) {
-        readLine(y);
-        for (int x = r.left; x < r.right; ++x) floorSum += std::max(value(lines, x), 0.0);
-      }
-      const double mean = floorSum / r.Width() / r.Height();
-      for (int y = r.top; y < r.bottom; ++y) {
-        readLine(y);
-        for (int x = r.left; x < r.right; ++x) {
-          const double excess = std::max(value(lines, x) - mean, 0.0);
-          const double q = excess * excess;
-          sumX += x * q;
-          sumY += y * q;
-          weight += q;
-        }
+  qorimg::RouteTable routes;
+  routes.pipelineCall = [&](int) {
+    if (!r.IsEmpty()) qorimg::CentroidPlanes(*this, r, sumX, sumY, weight);
+    return 0;
+  };
+  routes.planeLoop = [&](int) {
+    if (r.IsEmpty()) return;
+    auto value = [&](const float *const *lines, int x) -> double {
+      return IsColor() ? GetPixelBright256f(lines[0] + x, lines[1] + x, lines[2] + x)
+                       : GetPixelGray256f(lines[0] + x, 0);
+    };
+    const float *lines[3] = {nullptr, nullptr, nullptr};
+    auto readLine = [&](int y) {
+      for (int p = 0; p < (IsColor() ? 3 : 1); ++p) lines[p] = GetImageAdr(0, y, p, CImage::ReadOnly);
+    };
+    double floorSum = 0.0;
+    for (int y = r.top; y < r.bottom; ++y) {
+      readLine(y);
+      for (int x = r.left; x < r.right; ++x) floorSum += std::max(value(lines, x), 0.0);
+    }
+    const double mean = floorSum / r.Width() / r.Height();
+    for (int y = r.top; y < r.bottom; ++y) {
+      readLine(y);
+      for (int x = r.left; x < r.right; ++x) {
+        const double excess = std::max(value(lines, x) - mean, 0.0);
+        const double q = excess * excess;
+        sumX += x * q;
+        sumY += y * q;
+        weight += q;
       }
     }
-  }
+  };
+  qorimg::RunOperator({*this, 0, 0, 0, r, {0, 1}}, {{this, IsColor() ? 3 : 1}}, routes);
   fX = sumX / weight;
   fY = sumY / weight;
   SettleCentroid(fX, fY, kept);
@@ -181,7 +175,7 @@ void CLmrImage::GetCentroid(int &nX, int &nY, CRect *rect) {
 // The centroid of the raw values (brightness on colour images), with no mean and
 // no floor, on every kind of image.
 void CLmrImage::GetCentroidRaw(double &fX, double &fY, CRect *rect) {
-  const qorimg::LineRect r = ClipOneSided(*this, rect);
+  const qorimg::LineRect r = qorimg::ClipRect(*this, rect, qorimg::Clip::OneSided);
   double sumX = 0.0, sumY = 0.0, weight = 0.0;
   for (int y = r.top; y < r.bottom; ++y) {
     const float *line[3];

@@ -3,7 +3,7 @@
 // loop per format, each taking one address per line from image and bitmap.
 #include <algorithm>
 #include "core/LmrImage.h"
-#include "core/OperatorFrame.h"
+#include "core/OperatorRunner.h"
 #include "display/BaseDIB.h"
 #include "display/DibPlaneRoutes.h"
 #include "display/DisplayMapping.h"
@@ -113,12 +113,20 @@ void CLmrImage::ToDIB(CBaseDIB *dib, const CRect *rect) const {
   const CVmDIB *vmDib = dynamic_cast<const CVmDIB *>(dib);
   // A CVmDIB keeps 3 bytes a pixel also at 32-bit depth.
   const int pixelBytes32 = vmDib ? 3 : 4;
-  if (!IsColor()) {
-    qorimg::MonoLines(*this, *dib, r, pixelBytes32);
-    return;
-  }
-  if (dib->GetBitCount() == 32 && qorimg::IsWholePlane(*this) && (!vmDib || vmDib->IsStoreWholePlane()))
-    qorimg::ToDib32ColorPlanes(*this, *dib, r);
-  else
-    qorimg::ColorLines(*this, *dib, r, pixelBytes32);
+  qorimg::RouteTable routes;
+  routes.planeLoop = [&](int) {
+    if (IsColor())
+      qorimg::ColorLines(*this, *dib, r, pixelBytes32);
+    else
+      qorimg::MonoLines(*this, *dib, r, pixelBytes32);
+  };
+  if (IsColor() && dib->GetBitCount() == 32 && (!vmDib || vmDib->IsStoreWholePlane()))
+    routes.pipelineCall = [&](int) {
+      qorimg::ToDib32ColorPlanes(*this, *dib, r);
+      return 0;
+    };
+  // No progress and only reads: the image is not changed, though the runner
+  // takes it as its target.
+  CLmrImage &image = const_cast<CLmrImage &>(*this);
+  qorimg::RunOperator({image, 0, 0, 0, r, {0, 1}}, {{this, IsColor() ? 3 : 1}}, routes);
 }
