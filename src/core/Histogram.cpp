@@ -169,8 +169,9 @@ int CLmrImage::GetHistogram(int *const pHist, int nBins, double fMin, double fMa
   routes.planeLoop = [&](int) {
     if (!counts) return;
     SampleReader reader(*this, nPlane);
-    Visit(*this, pattern, r, [&](int y) { reader.Line(y); },
-          [&](int x) { binner.Add(HstAntialias(reader.At(x), binner.binsPerUnit)); });
+    Visit(
+        *this, pattern, r, [&](int y) { reader.Line(y); },
+        [&](int x) { binner.Add(HstAntialias(reader.At(x), binner.binsPerUnit)); });
     if (pattern.culled) ScaleCulled(pHist, nBins, *this, pattern.visited);
   };
   if (!pattern.culled)
@@ -205,15 +206,16 @@ int CLmrImage::GetHistogramRGB(int *const pRed, int *const pGreen, int *const pB
                                {pGreen, nBins, fMin, fMax, binsPerUnit},
                                {pBlue, nBins, fMin, fMax, binsPerUnit}};
     const float *lines[3] = {nullptr, nullptr, nullptr};
-    Visit(*this, pattern, r,
-          [&](int y) {
-            for (int p = 0; p < 3; ++p) lines[p] = GetImageAdr(0, y, p, CImage::ReadOnly);
-          },
-          [&](int x) {
-            double v[3];
-            HstAntialias(lines[0][x], lines[1][x], lines[2][x], v[0], v[1], v[2], binsPerUnit);
-            for (int p = 0; p < 3; ++p) binners[p].Add(v[p]);
-          });
+    Visit(
+        *this, pattern, r,
+        [&](int y) {
+          for (int p = 0; p < 3; ++p) lines[p] = GetImageAdr(0, y, p, CImage::ReadOnly);
+        },
+        [&](int x) {
+          double v[3];
+          HstAntialias(lines[0][x], lines[1][x], lines[2][x], v[0], v[1], v[2], binsPerUnit);
+          for (int p = 0; p < 3; ++p) binners[p].Add(v[p]);
+        });
     if (pattern.culled)
       for (int *h : hists) ScaleCulled(h, nBins, *this, pattern.visited);
   };
@@ -222,8 +224,7 @@ int CLmrImage::GetHistogramRGB(int *const pRed, int *const pGreen, int *const pB
       if (counts) qorimg::HistogramRgbPlanes(*this, r, fMin, fMax, nBins, pRed, pGreen, pBlue);
       return 0;
     };
-  qorimg::RunOperator({*this, bProgress, idMessage ? idMessage : 6166, r.Height(), r, {0, 1}}, {{this, 3}},
-                      routes);
+  qorimg::RunOperator({*this, bProgress, idMessage ? idMessage : 6166, r.Height(), r, {0, 1}}, {{this, 3}}, routes);
   if (counts && bLog)
     for (int *h : hists) ToLogarithmic(h, nBins);
   int result = FlatHeight(*this, nBins);
