@@ -20,15 +20,18 @@ namespace {
 using qorimg::BoundImage;
 using qorimg::LineRect;
 
-// The clipped rectangle and the transform size it gives.
-struct Region {
+}  // namespace
+
+struct CImgFourier::Region {
   LineRect rect;
   int width = 0;
   int height = 0;
 };
 
-Region TransformRegion(const CLmrImage &image, const CRect *rect) {
-  Region r{qorimg::ClipRect(image, rect)};
+namespace {
+
+CImgFourier::Region TransformRegion(const CLmrImage &image, const CRect *rect) {
+  CImgFourier::Region r{qorimg::ClipRect(image, rect)};
   if (r.rect.IsEmpty()) return r;
   r.width = rect ? CFftd::GetFloorPowerOf2(r.rect.Width()) : CFftd::GetCeilPowerOf2(image.GetWidth());
   r.height = rect ? CFftd::GetFloorPowerOf2(r.rect.Height()) : CFftd::GetCeilPowerOf2(image.GetHeight());
@@ -66,6 +69,17 @@ void FindMaximum(const std::vector<float> &plane, int w, int rowFirst, int rowEn
         y = j;
       }
     }
+}
+
+// Both arrays windowed, transformed, to amplitude and phase, and mapped to
+// log-polar over the half circle with the log tone (the rotation's inputs).
+void LogPolarSpectra(CFftd &fft, int nRhoMin) {
+  for (int n = 0; n < 2; ++n) {
+    fft.Windowing(n);
+    fft.Do(0, n);
+    fft.ToAmpPhase(n);
+    fft.ToLogPolar(nRhoMin, 1, 0, 180, 1, n);
+  }
 }
 
 }  // namespace
@@ -108,25 +122,35 @@ void CImgFourier::GetImage(CFftd &fft, int nArray, CLmrImage &out, int part, int
   }
 }
 
+bool CImgFourier::CanCompare(const Region &region, CLmrImage *pOther, CLmrImage *pOut1, CLmrImage *pOut2,
+                             int &nWidth, int &nHeight) {
+  if (!Fits({{this, 1}, {pOther, 1}}, {{pOut1, 1}, {pOut2, 1}}, region.rect)) return false;
+  if (region.width >= 1 && region.height >= 1) return true;
+  nWidth = nHeight = 0;
+  return false;
+}
+
+bool CImgFourier::LoadComparison(CFftd &fft, const Region &region, const CLmrImage &other, const CRect *rect,
+                                 int &nWidth, int &nHeight) {
+  fft.SetProgressImg(this);
+  if (!fft.Create(region.width, region.height)) {
+    nWidth = region.width;
+    nHeight = region.height;
+    return false;
+  }
+  PutImage(fft, 0, *this, nullptr, 0, rect);
+  PutImage(fft, 1, other, nullptr, 0, rect);
+  return true;
+}
+
 int CImgFourier::CalcShiftByPOC(CLmrImage *pOther, CLmrImage *pOutPoc, double fSigma, CRect *rect, double &dx,
                                 double &dy, double &peak, int &nWidth, int &nHeight, int bShowProgress) {
   const Region region = TransformRegion(*this, rect);
-  if (!Fits({{this, 1}, {pOther, 1}}, {{pOutPoc, 1}}, region.rect)) return 0;
-  if (region.width < 1 || region.height < 1) {
-    nWidth = nHeight = 0;
-    return 0;
-  }
+  if (!CanCompare(region, pOther, pOutPoc, nullptr, nWidth, nHeight)) return 0;
   const int w = region.width, h = region.height;
   qorimg::ProgressFrame progress(*this, bShowProgress, 6150, static_cast<int>(h * (fSigma > 0 ? 19.5 : 18.5)));
   CFftd fft;
-  fft.SetProgressImg(this);
-  if (!fft.Create(w, h)) {
-    nWidth = w;
-    nHeight = h;
-    return 0;
-  }
-  PutImage(fft, 0, *this, nullptr, 0, rect);
-  PutImage(fft, 1, *pOther, nullptr, 0, rect);
+  if (!LoadComparison(fft, region, *pOther, rect, nWidth, nHeight)) return 0;
   fft.Windowing(0);
   fft.Windowing(1);
   fft.Do(0, 0);
@@ -157,28 +181,12 @@ int CImgFourier::CalcShiftByPOC(CLmrImage *pOther, CLmrImage *pOutPoc, double fS
 int CImgFourier::CalcRotByRIPOC(CLmrImage *pOther, CLmrImage *pOutA, CLmrImage *pOutB, CRect *rect,
                                 double &rotation, int &nWidth, int &nHeight, int bShowProgress) {
   const Region region = TransformRegion(*this, rect);
-  if (!Fits({{this, 1}, {pOther, 1}}, {{pOutA, 1}, {pOutB, 1}}, region.rect)) return 0;
-  if (region.width < 1 || region.height < 1) {
-    nWidth = nHeight = 0;
-    return 0;
-  }
+  if (!CanCompare(region, pOther, pOutA, pOutB, nWidth, nHeight)) return 0;
   const int w = region.width, h = region.height;
   qorimg::ProgressFrame progress(*this, bShowProgress, 6151, static_cast<int>(h * 28.5));
   CFftd fft;
-  fft.SetProgressImg(this);
-  if (!fft.Create(w, h)) {
-    nWidth = w;
-    nHeight = h;
-    return 0;
-  }
-  PutImage(fft, 0, *this, nullptr, 0, rect);
-  PutImage(fft, 1, *pOther, nullptr, 0, rect);
-  for (int n = 0; n < 2; ++n) {
-    fft.Windowing(n);
-    fft.Do(0, n);
-    fft.ToAmpPhase(n);
-    fft.ToLogPolar(0, 1, 0, 180, 1, n);
-  }
+  if (!LoadComparison(fft, region, *pOther, rect, nWidth, nHeight)) return 0;
+  LogPolarSpectra(fft, 0);
   if (pOutA) GetImage(fft, 0, *pOutA, 0, 0);
   if (pOutB) GetImage(fft, 1, *pOutB, 0, 0);
   for (int n = 0; n < 2; ++n) {
@@ -207,28 +215,12 @@ int CImgFourier::CalcRotByRIPOC(CLmrImage *pOther, CLmrImage *pOutA, CLmrImage *
 int CImgFourier::CalcRotByRIPOC_1D(CLmrImage *pOther, CLmrImage *pOutA, CLmrImage *pOutB, CRect *rect,
                                    double &rotation, int &nWidth, int &nHeight, int bShowProgress) {
   const Region region = TransformRegion(*this, rect);
-  if (!Fits({{this, 1}, {pOther, 1}}, {{pOutA, 1}, {pOutB, 1}}, region.rect)) return 0;
-  if (region.width < 1 || region.height < 1) {
-    nWidth = nHeight = 0;
-    return 0;
-  }
+  if (!CanCompare(region, pOther, pOutA, pOutB, nWidth, nHeight)) return 0;
   const int w = region.width, h = region.height;
   qorimg::ProgressFrame progress(*this, bShowProgress, 6151, h * 23);
   CFftd fft;
-  fft.SetProgressImg(this);
-  if (!fft.Create(w, h)) {
-    nWidth = w;
-    nHeight = h;
-    return 0;
-  }
-  PutImage(fft, 0, *this, nullptr, 0, rect);
-  PutImage(fft, 1, *pOther, nullptr, 0, rect);
-  for (int n = 0; n < 2; ++n) {
-    fft.Windowing(n);
-    fft.Do(0, n);
-    fft.ToAmpPhase(n);
-    fft.ToLogPolar(h / 16, 1, 0, 180, 1, n);
-  }
+  if (!LoadComparison(fft, region, *pOther, rect, nWidth, nHeight)) return 0;
+  LogPolarSpectra(fft, h / 16);
   for (int n = 0; n < 2; ++n) {
     fft.Windowing(n);
     fft.Do1D(0, n);

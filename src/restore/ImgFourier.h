@@ -53,4 +53,18 @@ protected:
   // The real (part 0) or imaginary (1) slots of array nArray into plane
   // `plane` of pOut, which keeps its own size.
   void GetImage(CFftd &fft, int nArray, CLmrImage &out, int part, int plane);
+
+public:
+  // The clipped rectangle and the transform size it gives.
+  struct Region;
+
+private:
+  // The bindings of a comparison fit and its region is not empty (else the
+  // sizes become 0).
+  bool CanCompare(const Region &region, CLmrImage *pOther, CLmrImage *pOut1, CLmrImage *pOut2, int &nWidth,
+                  int &nHeight);
+  // Creates the transform (else writes the sizes) and loads plane 0 of this
+  // image into A and of `other` into B.
+  bool LoadComparison(CFftd &fft, const Region &region, const CLmrImage &other, const CRect *rect, int &nWidth,
+                      int &nHeight);
 };

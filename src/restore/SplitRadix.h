@@ -130,32 +130,33 @@ void cftfx41(int m, T *a, const float *w) {
   }
 }
 
-// Blocks of up to 256 elements (512 floats): they fit the first-level cache
-// even with eight lanes, so plain recursion.
-template <class T>
-void cftleaf(int m, T *a, const float *w) {
-  if (m <= 32) {
-    cftfx41(m, a, w);
-    return;
-  }
+// One butterfly over a block of m elements, then `next` on its three
+// sub-blocks, each finished before the next is touched.
+template <class T, class Next>
+inline void cftsplit(int m, T *a, const float *w, Next next) {
   cftmdl1(m, a, w);
-  cftleaf(m / 2, a, w + m);
-  cftleaf(m / 4, a + m, w + m + m / 2);
-  cftleaf(m / 4, a + m + m / 2, w + m + m / 2);
+  next(m / 2, a, w + m);
+  next(m / 4, a + m, w + m + m / 2);
+  next(m / 4, a + m + m / 2, w + m + m / 2);
 }
 
-// One step of the depth-first recursion over long lines: each block is
-// finished before the next is touched, so work stays in cache.
+// Blocks of up to 256 elements (512 floats): they fit the first-level cache
+// even with eight lanes, so plain recursion down to the fixed kernels.
+template <class T>
+void cftleaf(int m, T *a, const float *w) {
+  if (m <= 32)
+    cftfx41(m, a, w);
+  else
+    cftsplit(m, a, w, cftleaf<T>);
+}
+
+// The depth-first recursion over long lines, down to leaf blocks.
 template <class T>
 void cfttree(int m, T *a, const float *w) {
-  if (m <= 256) {
+  if (m <= 256)
     cftleaf(m, a, w);
-    return;
-  }
-  cftmdl1(m, a, w);
-  cfttree(m / 2, a, w + m);
-  cfttree(m / 4, a + m, w + m + m / 2);
-  cfttree(m / 4, a + m + m / 2, w + m + m / 2);
+  else
+    cftsplit(m, a, w, cfttree<T>);
 }
 
 // After the first stage of a line of n elements: the three sub-blocks.
