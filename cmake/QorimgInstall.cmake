@@ -29,6 +29,10 @@ set(QORIMG_PUBLIC_HEADERS
   platform/String.h
   platform/StringResources.h
   platform/WinTypes.h
+  platform/Array.h
+  restore/Fft.h
+  restore/ImgFourier.h
+  restore/ImgWavelet.h
   sibling/Exceptions.h
   sibling/Header.h
   sibling/Image.h
