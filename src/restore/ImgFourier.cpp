@@ -7,7 +7,7 @@
 #include <limits>
 #include <vector>
 
-#include "core/OperatorFrame.h"
+#include "core/OperatorRunner.h"
 #include "core/PlaneBinding.h"
 #include "kernels/Fourier.h"
 #include "kernels/Runtime.h"
@@ -88,38 +88,49 @@ void CImgFourier::PutImage(CFftd &fft, int nArray, const CLmrImage &re, const CL
                            const CRect *rect) {
   dcomplex *a = nArray == 0 ? fft.GetImageAdrA() : fft.GetImageAdrB();
   const int w = fft.GetWidth(), h = fft.GetHeight();
-  if (!rect && !pIm && qorimg::IsWholePlane(re)) {
-    auto array = qorimg::fft::ComplexBuffer(a, w, re.GetWidth(), re.GetHeight());
-    qorimg::kernels::CheckPipeline(put_fft_real_float(qorimg::InputPlane(re, plane), array));
-    return;
-  }
   const LineRect r = qorimg::ClipRect(re, rect);
-  const int rows = std::min(r.Height(), h), columns = std::min(r.Width(), w);
-  for (int y = 0; y < rows; ++y) {
-    const float *sre = re.GetImageAdr(r.left, r.top + y, plane, CImage::ReadOnly);
-    const float *sim = pIm ? pIm->GetImageAdr(r.left, r.top + y, plane, CImage::ReadOnly) : nullptr;
-    dcomplex *row = a + static_cast<std::size_t>(y) * w;
-    for (int x = 0; x < columns; ++x) row[x] = {sre[x], sim ? sim[x] : 0.0f};
-    ShowProgress(1);
-  }
+  qorimg::RouteTable routes;
+  routes.planeLoop = [&](int) {
+    const int rows = std::min(r.Height(), h), columns = std::min(r.Width(), w);
+    for (int y = 0; y < rows; ++y) {
+      const float *sre = re.GetImageAdr(r.left, r.top + y, plane, CImage::ReadOnly);
+      const float *sim = pIm ? pIm->GetImageAdr(r.left, r.top + y, plane, CImage::ReadOnly) : nullptr;
+      dcomplex *row = a + static_cast<std::size_t>(y) * w;
+      for (int x = 0; x < columns; ++x) row[x] = {sre[x], sim ? sim[x] : 0.0f};
+      ShowProgress(1);
+    }
+  };
+  // The pipeline moves a whole real plane; a rectangle or an imaginary part
+  // takes the row loop.
+  if (!rect && !pIm)
+    routes.pipelineCall = [&](int) {
+      auto array = qorimg::fft::ComplexBuffer(a, w, re.GetWidth(), re.GetHeight());
+      return put_fft_real_float(qorimg::InputPlane(re, plane), array);
+    };
+  if (pIm)
+    qorimg::RunOperator({*this, 0, 0, 0, r, {0, 1}}, {{&re, plane + 1}, {pIm, plane + 1}}, routes);
+  else
+    qorimg::RunOperator({*this, 0, 0, 0, r, {0, 1}}, {{&re, plane + 1}}, routes);
 }
 
 void CImgFourier::GetImage(CFftd &fft, int nArray, CLmrImage &out, int part, int plane) {
   dcomplex *a = nArray == 0 ? fft.GetImageAdrA() : fft.GetImageAdrB();
   const int w = fft.GetWidth(), h = fft.GetHeight();
-  if (qorimg::IsWholePlane(out)) {
+  qorimg::RouteTable routes;
+  routes.planeLoop = [&](int) {
+    for (int y = 0; y < out.GetHeight(); ++y) {
+      float *line = out.GetImageAdr(0, y, plane);
+      const dcomplex *row = a + static_cast<std::size_t>(y) * w;
+      for (int x = 0; x < out.GetWidth(); ++x) line[x] = y < h && x < w ? (part == 0 ? row[x].re : row[x].im) : 0.0f;
+      ShowProgress(1);
+    }
+  };
+  routes.pipelineCall = [&](int) {
     auto array = qorimg::fft::ComplexBuffer(a, w, w, h);
     auto output = qorimg::OutputPlane(out, plane);
-    qorimg::kernels::CheckPipeline(part == 0 ? get_fft_real_float(array, output)
-                                             : get_fft_imaginary_float(array, output));
-    return;
-  }
-  for (int y = 0; y < out.GetHeight(); ++y) {
-    float *line = out.GetImageAdr(0, y, plane);
-    const dcomplex *row = a + static_cast<std::size_t>(y) * w;
-    for (int x = 0; x < out.GetWidth(); ++x) line[x] = y < h && x < w ? (part == 0 ? row[x].re : row[x].im) : 0.0f;
-    ShowProgress(1);
-  }
+    return part == 0 ? get_fft_real_float(array, output) : get_fft_imaginary_float(array, output);
+  };
+  qorimg::RunOperator({*this, 0, 0, 0, qorimg::ClipRect(out, nullptr), {0, 1}}, {{&out, plane + 1}}, routes);
 }
 
 bool CImgFourier::CanCompare(const Region &region, CLmrImage *pOther, CLmrImage *pOut1, CLmrImage *pOut2,
