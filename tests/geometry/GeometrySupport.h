@@ -11,7 +11,10 @@
 #include <numbers>
 #include <string>
 #include <vector>
+#include <functional>
 #include "core/LmrImage.h"
+#include "platform/Exceptions.h"
+#include "support/Fixtures.h"
 
 namespace qorimg::test {
 
@@ -82,5 +85,33 @@ inline std::string CrossCheckDir() {
 // The green plane of the reference picture of deep sky as a mono float image
 // (0..255), cropped to width x height; null when the picture is not installed.
 std::unique_ptr<CLmrImage> HubbleGreen(const std::shared_ptr<CVmManager> &manager, int width, int height);
+
+// ExpectRejectsBadSources for an operator class: the operator runs as an
+// object of its own made like the fixture's target, with its progress window.
+template <class Op>
+void RejectsBadSources(const std::shared_ptr<CVmManager> &manager, int width, int height, int planes,
+                       const std::function<void(Op &, CLmrImage *)> &call) {
+  ExpectRejectsBadSources(manager, width, height, planes, [&](CLmrImage *src, CLmrImage &target) {
+    Op op;
+    op.Create(target, nullptr);
+    op.SetProgressHandle(target.GetProgressHandle());
+    call(op, src);
+  });
+}
+
+// For the operators that size their target from the source: a null source and
+// one of 16-bit samples raise the invalid-argument exception and open no progress.
+template <class Op>
+void RejectsNullAndNonFloat(const std::shared_ptr<CVmManager> &manager, const std::function<void(Op &, CLmrImage *)> &call) {
+  CLmrImage int16(manager, CImage::Int16, 8, 6, 1, 1.0, 0.0, 1, nullptr);
+  for (CLmrImage *bad : {static_cast<CLmrImage *>(nullptr), &int16}) {
+    MessageRecorder recorder;
+    Op op;
+    op.SetProgressHandle(recorder.Window());
+    EXPECT_THROW(call(op, bad), CInvalidArgException *);
+    EXPECT_TRUE(recorder.entries.empty());
+    EXPECT_TRUE(op.IsEmpty());
+  }
+}
 
 }  // namespace qorimg::test
