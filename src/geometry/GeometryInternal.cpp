@@ -17,6 +17,17 @@ bool ResizeLike(CLmrImage &target, const CLmrImage &src, int width, int height, 
     sink = lumora::ProgressWin::Create(target.GetProgressHandle(), caption, false);
   }
   const int planes = src.GetPlanes();
+  // The store shows nothing while it makes a new store: the sink is opened and
+  // closed around the allocation here. A size below 1 has shown nothing.
+  struct Announce {
+    std::shared_ptr<lumora::Progress> sink;
+    explicit Announce(std::shared_ptr<lumora::Progress> s) : sink(std::move(s)) {
+      if (sink) sink->initialize();
+    }
+    ~Announce() {
+      if (sink) sink->finalize();
+    }
+  } announce(sink);
   try {
     if (target.IsEmpty() || target.GetPlanes() != planes || target.GetDataType() != CImage::Float32) {
       CLmrImage fresh(src.VmManager(), CImage::Float32, width, height, planes, 1.0, 0.0, 1, sink);
