@@ -296,8 +296,11 @@ class Binning2fFloat : public Generator<Binning2fFloat> {
     RDom r(0, nBinsX, 0, nBinsY, "block");
     Expr sx = x * nBinsX + r.x, sy = y * nBinsY + r.y;
     r.where(sx < input.dim(0).extent() && sy < input.dim(1).extent());
+    // The where clause skips the samples past the edge; the clamped read only
+    // keeps the bounds of what is read inside the plane.
+    Func plane = BoundaryConditions::repeat_edge(input);
     binned(x, y) = 0.0f;
-    binned(x, y) = strict_float(binned(x, y) + input(sx, sy));
+    binned(x, y) = strict_float(binned(x, y) + plane(sx, sy));
 
     ScheduleRowsParallelVectorX(binned, x, y);
     binned.update().reorder(r.x, r.y, x, y).parallel(y, kRowsPerTask, TailStrategy::GuardWithIf);
