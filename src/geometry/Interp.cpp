@@ -436,7 +436,8 @@ float CInterp::GetBPixelGrayRaw(double x, double y, int plane) {
 
 float CInterp::GetBPixelGray256f(double x, double y, int plane) {
   const double v = GetBPixelGrayRaw(x, y, plane);
-  return static_cast<float>((v - levelMin_[plane]) / levelRange_[plane] * 255.0);
+  const int level = std::min(plane, 2);  // a fourth plane, if any, maps like the third
+  return static_cast<float>((v - levelMin_[level]) / levelRange_[level] * 255.0);
 }
 
 namespace {
@@ -467,31 +468,26 @@ bool OutsideImage(double x, double y, int width, int height) {
 }  // namespace
 
 float CInterp::GetBPixelGrayRaw(int x, int y, int *pOutside, double *pX, double *pY) {
-  const Mapped m = MapPixel(x, y, fShiftX, fShiftY, fCos, fSin, fScale, center.fx, center.fy, false);
-  if (pX) *pX = m.x;
-  if (pY) *pY = m.y;
-  const bool outside = !image || OutsideImage(m.x, m.y, nWidth, nHeight);
-  if (pOutside) *pOutside = outside ? 1 : 0;
-  if (outside) return fOutside;
-  if (nColour != 0 && (nPlane == -1 || nPlane == -2))
-    return static_cast<float>(Brightness(GetBPixelGrayRaw(m.x, m.y, 0), GetBPixelGrayRaw(m.x, m.y, 1),
-                                         GetBPixelGrayRaw(m.x, m.y, 2)));
-  const int plane = nColour == 0 || nPlane < 0 ? 0 : std::min(nPlane, image->GetPlanes() - 1);
-  return GetBPixelGrayRaw(m.x, m.y, plane);
+  return ReadPixel(x, y, pOutside, pX, pY, false);
 }
 
 float CInterp::GetBPixelGray256f(int x, int y, int *pOutside, double *pX, double *pY) {
+  return ReadPixel(x, y, pOutside, pX, pY, true);
+}
+
+// The two GetBPixel forms: the mapped position without the scale, fOutside
+// outside, else the plane (or a colour source's brightness for nPlane -1 or -2)
+// by the bilinear read, raw or on the 0..255 scale.
+float CInterp::ReadPixel(int x, int y, int *pOutside, double *pX, double *pY, bool map256) {
   const Mapped m = MapPixel(x, y, fShiftX, fShiftY, fCos, fSin, fScale, center.fx, center.fy, false);
   if (pX) *pX = m.x;
   if (pY) *pY = m.y;
   const bool outside = !image || OutsideImage(m.x, m.y, nWidth, nHeight);
   if (pOutside) *pOutside = outside ? 1 : 0;
   if (outside) return fOutside;
-  if (nColour != 0 && (nPlane == -1 || nPlane == -2))
-    return static_cast<float>(Brightness(GetBPixelGray256f(m.x, m.y, 0), GetBPixelGray256f(m.x, m.y, 1),
-                                         GetBPixelGray256f(m.x, m.y, 2)));
-  const int plane = nColour == 0 || nPlane < 0 ? 0 : std::min(nPlane, image->GetPlanes() - 1);
-  return GetBPixelGray256f(m.x, m.y, plane);
+  auto read = [&](int p) { return map256 ? GetBPixelGray256f(m.x, m.y, p) : GetBPixelGrayRaw(m.x, m.y, p); };
+  if (nColour != 0 && (nPlane == -1 || nPlane == -2)) return static_cast<float>(Brightness(read(0), read(1), read(2)));
+  return read(nColour == 0 || nPlane < 0 ? 0 : std::min(nPlane, image->GetPlanes() - 1));
 }
 
 float CInterp::GetPixelL(int x, int y) {

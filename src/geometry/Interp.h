@@ -137,6 +137,7 @@ private:
   void SetLevels();
   void SetCentre(int bImageCenter);
   float Map256(float v, int plane) const;
+  float ReadPixel(int x, int y, int *pOutside, double *pX, double *pY, bool map256);
   // The sample or the brightness of a line reader's output, mapped with b256.
   float LineSample(double x, double y, int plane, bool brightness);
   void ReadLine(double y, int plane, float *out, int *valid, bool brightness);

@@ -183,23 +183,21 @@ class Resolution : public Generator<Resolution<m>> {
     }
     const int taps = TapsOf(m), first = FirstTap(m);
     // Per column and per row: the truncated position and the tap weights.
+    // The column side is tabulated once; the row side stays an expression of
+    // y, so that the rows a strip of output reads can be bounded.
     columnBase(x) = cast<int32_t>(sx);
-    rowBase(y) = cast<int32_t>(sy);
-    Expr fx = sx - cast<float>(columnBase(x)), fy = sy - cast<float>(rowBase(y));
-    std::vector<Expr> wx, wy;
-    for (int k = 0; k < taps; ++k) {
-      wx.push_back(TapWeight(m, fx, first + k, -0.1f));
-      wy.push_back(TapWeight(m, fy, first + k, -0.1f));
-    }
+    Expr fx = sx - cast<float>(columnBase(x));
+    std::vector<Expr> wx;
+    for (int k = 0; k < taps; ++k) wx.push_back(TapWeight(m, fx, first + k, -0.1f));
     columnWeight(x, k) = mux(k, wx);
-    rowWeight(y, k) = mux(k, wy);
+    Expr iy = cast<int32_t>(sy), fy = sy - cast<float>(iy);
 
     Expr rowSum = 0.0f;
     for (int i = 0; i < taps; ++i) rowSum += columnWeight(x, i) * plane(columnBase(x) + first + i, rows);
     rowSums(x, rows) = rowSum;
     Expr sum = 0.0f;
     for (int j = 0; j < taps; ++j)
-      sum += rowSums(x, clamp(rowBase(y) + first + j, 0, height - 1)) * rowWeight(y, j);
+      sum += rowSums(x, clamp(iy + first + j, 0, height - 1)) * TapWeight(m, fy, first + j, -0.1f);
     output(x, y) = sum;
 
     Var yo{"yo"}, yi{"yi"};
@@ -209,13 +207,11 @@ class Resolution : public Generator<Resolution<m>> {
     rowSums.compute_at(output, yo).vectorize(x, kVectorLanes, TailStrategy::GuardWithIf);
     columnBase.compute_root().vectorize(x, kVectorLanes, TailStrategy::GuardWithIf);
     columnWeight.compute_root().bound(k, 0, taps).unroll(k).vectorize(x, kVectorLanes, TailStrategy::GuardWithIf);
-    rowBase.compute_root();
-    rowWeight.compute_root().bound(k, 0, taps).unroll(k);
   }
 
  private:
   Var x{"x"}, y{"y"}, k{"k"}, rows{"rows"};
-  Func columnBase{"column_base"}, columnWeight{"column_weight"}, rowBase{"row_base"}, rowWeight{"row_weight"};
+  Func columnBase{"column_base"}, columnWeight{"column_weight"};
   Func rowSums{"row_sums"};
 };
 
@@ -302,8 +298,13 @@ class Binning2fFloat : public Generator<Binning2fFloat> {
     binned(x, y) = 0.0f;
     binned(x, y) = strict_float(binned(x, y) + plane(sx, sy));
 
+    // Each output sample still adds its block row by row, column by column;
+    // the vector runs across output samples.
     ScheduleRowsParallelVectorX(binned, x, y);
-    binned.update().reorder(r.x, r.y, x, y).parallel(y, kRowsPerTask, TailStrategy::GuardWithIf);
+    binned.update()
+        .reorder(x, r.x, r.y, y)
+        .parallel(y, kRowsPerTask, TailStrategy::GuardWithIf)
+        .vectorize(x, kVectorLanes, TailStrategy::GuardWithIf);
   }
 
  private:

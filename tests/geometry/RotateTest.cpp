@@ -6,6 +6,7 @@
 #include <limits>
 #include <numbers>
 #include "GeometrySupport.h"
+#include "geometry/ImgResolution.h"
 #include "geometry/Interp.h"
 #include "platform/Exceptions.h"
 #include "support/Fixtures.h"
@@ -150,6 +151,28 @@ TEST_P(RotateTest, BadSourcesAreRejectedBeforeAnythingIsWritten) {
   // The resizing forms take any size of source, but not a null or non-float one.
   RejectsNullAndNonFloat<CImgRotate>(Manager(), [](CImgRotate &op, CLmrImage *src) { op.Do90(1, src, 1); });
   RejectsNullAndNonFloat<CImgRotate>(Manager(), [](CImgRotate &op, CLmrImage *src) { op.Do(12.0, 0, src, 1, 1, 1); });
+}
+
+// A block store whose budget is below one frame: the line paths of rotation,
+// resampling and the quarter turn give the results they give on contiguous planes.
+TEST(GeometryBudget, LinePathsWorkBelowOneFrame) {
+  auto small = CreateBlockManager(256 << 10, 4);  // the frame is 960 KB
+  auto whole = CreateWholePlaneManager();
+  auto a = MakeImage(small, 600, 400, 1, Smooth), b = MakeImage(whole, 600, 400, 1, Smooth);
+  testing::ForceBlockRoute(true);
+  CImgRotate ra, rb, qa, qb;
+  CImgResolution sa, sb;
+  ASSERT_EQ(ra.Do(30.0, 0, a.get(), 1, 1, 0), 1);
+  ASSERT_EQ(rb.Do(30.0, 0, b.get(), 1, 1, 0), 1);
+  ASSERT_EQ(sa.DoChange(a.get(), 450, 300, 3, 0), 1);
+  ASSERT_EQ(sb.DoChange(b.get(), 450, 300, 3, 0), 1);
+  ASSERT_EQ(qa.Do90(1, a.get(), 0), 1);
+  ASSERT_EQ(qb.Do90(1, b.get(), 0), 1);
+  testing::ForceBlockRoute(false);
+  testing::TakeRouteLog();
+  EXPECT_TRUE(SamePixels(ra, rb));
+  EXPECT_TRUE(SamePixels(sa, sb));
+  EXPECT_TRUE(SamePixels(qa, qb));
 }
 
 }  // namespace
