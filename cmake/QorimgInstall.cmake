@@ -13,6 +13,14 @@ set(QORIMG_PUBLIC_HEADERS
   core/ImgCalculation.h
   core/LmrImage.h
   core/PixelMath.h
+  geometry/ImgCrop.h
+  geometry/ImgFlip.h
+  geometry/ImgResize.h
+  geometry/ImgResolution.h
+  geometry/ImgRotate.h
+  geometry/ImgScroll.h
+  geometry/ImgSoftBinning.h
+  geometry/Interp.h
   display/BaseDIB.h
   display/BmpFile.h
   display/MemoryDIB.h
