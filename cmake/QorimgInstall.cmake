@@ -33,6 +33,7 @@ set(QORIMG_PUBLIC_HEADERS
   restore/Fft.h
   restore/ImgFourier.h
   restore/ImgWavelet.h
+  restore/ImgWiener.h
   sibling/Exceptions.h
   sibling/Header.h
   sibling/Image.h

@@ -19,6 +19,7 @@
 #include "restore/Fft.h"
 #include "restore/ImgFourier.h"
 #include "restore/ImgWavelet.h"
+#include "restore/ImgWiener.h"
 #include "sibling/Exceptions.h"
 #include "sibling/Progress.h"
 #include "sibling/VmManager.h"
