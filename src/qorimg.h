@@ -19,6 +19,8 @@
 #include "restore/Fft.h"
 #include "restore/ImgFourier.h"
 #include "restore/ImgWavelet.h"
+#include "restore/ImgLucy.h"
+#include "restore/ImgMem.h"
 #include "restore/ImgWiener.h"
 #include "sibling/Exceptions.h"
 #include "sibling/Progress.h"
