@@ -4,13 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
 #include "restore/ImgLucy.h"
 #include "restore/RestoreInternal.h"
 #include "RestoreTestSupport.h"
 
 namespace {
 
+using qorimg::test::ReadRaw;
+using qorimg::test::WriteRaw;
 using qorimg::test::AsOperator;
 using qorimg::test::ReadPlane;
 using qorimg::test::Resource;
@@ -23,18 +24,6 @@ protected:
 };
 QORIMG_ALL_ROUTES(LucyTest);
 
-template <class T>
-std::vector<T> ReadRaw(const std::string &path, std::size_t n) {
-  std::vector<T> v(n);
-  std::ifstream in(path, std::ios::binary);
-  in.read(reinterpret_cast<char *>(v.data()), static_cast<std::streamsize>(n * sizeof(T)));
-  EXPECT_TRUE(in.good()) << path;
-  return v;
-}
-template <class T>
-void WriteRaw(const std::string &path, const T *data, std::size_t n) {
-  std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(n * sizeof(T)));
-}
 
 std::string Reference(const std::string &args) {
   return "/usr/bin/python3 " QORIMG_REFERENCE_DIR "/lucy_reference.py " + args + " > /dev/null";

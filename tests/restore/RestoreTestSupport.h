@@ -2,6 +2,7 @@
 // blurred star field, star widths, and the progress and message-box capture.
 #pragma once
 #include <cmath>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -129,6 +130,21 @@ public:
 private:
   HWND hwnd_;
 };
+
+// Raw arrays exchanged with the Python references.
+template <class T>
+std::vector<T> ReadRaw(const std::string &path, std::size_t n) {
+  std::vector<T> v(n);
+  std::ifstream in(path, std::ios::binary);
+  in.read(reinterpret_cast<char *>(v.data()), static_cast<std::streamsize>(n * sizeof(T)));
+  EXPECT_TRUE(in.good()) << path;
+  return v;
+}
+template <class T>
+void WriteRaw(const std::string &path, const T *data, std::size_t n) {
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(n * sizeof(T)));
+}
 
 inline std::wstring Resource(int id) { return FindStringResource(static_cast<UINT>(id)); }
 

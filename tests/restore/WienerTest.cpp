@@ -5,13 +5,13 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include "restore/ImgWiener.h"
 #include "restore/RestoreInternal.h"
 #include "RestoreTestSupport.h"
 
 namespace {
 
+using qorimg::test::ReadRaw;
 using qorimg::test::AsOperator;
 using qorimg::test::ReadPlane;
 
@@ -23,14 +23,6 @@ protected:
 };
 QORIMG_ALL_ROUTES(WienerTest);
 
-template <class T>
-std::vector<T> ReadRaw(const std::string &path, std::size_t n) {
-  std::vector<T> v(n);
-  std::ifstream in(path, std::ios::binary);
-  in.read(reinterpret_cast<char *>(v.data()), static_cast<std::streamsize>(n * sizeof(T)));
-  EXPECT_TRUE(in.good()) << path;
-  return v;
-}
 
 // Against tests/reference/wiener_reference.py: a blurred 200 x 150 crop of a
 // deep-field photograph, r 2, fNoise 0.01, levels (0, 255). The library works
