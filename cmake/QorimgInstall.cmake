@@ -41,6 +41,9 @@ set(QORIMG_PUBLIC_HEADERS
   restore/Fft.h
   restore/ImgFourier.h
   restore/ImgWavelet.h
+  restore/ImgLucy.h
+  restore/ImgMem.h
+  restore/ImgWiener.h
   sibling/Exceptions.h
   sibling/Header.h
   sibling/Image.h
