@@ -145,11 +145,29 @@ def auto_level(directory, lines):
     lines.append("range_comp %d %r %r" % (inside.size, np.std(inside), np.sqrt(np.mean((inside - 300.0) ** 2))))
 
 
+def spline(lines):
+    """CSpline: the natural cubic spline of scipy, and the member GetValue's
+    evaluation of the next piece with a negative offset."""
+    x = np.array([0.0, 1.5, 3.0, 4.2, 7.0, 9.0])
+    y = np.array([0.0, 2.0, 1.0, 3.5, 0.5, 2.0])
+    cs = scipy.interpolate.CubicSpline(x, y, bc_type="natural")
+    lines.append("spline_points " + " ".join("%r %r" % p for p in zip(x, y)))
+    at = np.array([0.2, 1.0, 2.9, 3.1, 5.5, 8.99])
+    lines.append("spline_static " + " ".join("%r %r" % (a, cs(a)) for a in at))
+    member = []
+    for a in at:
+        k = int(np.searchsorted(x, a, side="right"))  # the piece after the one holding a
+        if k < len(x) - 1:
+            member.append("%r %r" % (a, np.polyval(cs.c[:, k], a - x[k])))
+    lines.append("spline_member " + " ".join(member))
+
+
 def main():
     program = sys.argv[1]
     with tempfile.TemporaryDirectory() as directory:
         lines = []
         auto_level(directory, lines)
+        spline(lines)
         with open(os.path.join(directory, "expected.txt"), "w") as f:
             f.write("\n".join(lines) + "\n")
         env = dict(os.environ, QORIMG_TONE_REFERENCE=directory)

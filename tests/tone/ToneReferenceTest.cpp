@@ -7,6 +7,7 @@
 #include <sstream>
 #include <string>
 #include "tone/ImgAutoLevel.h"
+#include "tone/Spline.h"
 #include "tone/ToneTestSupport.h"
 
 namespace qorimg::test {
@@ -28,6 +29,7 @@ protected:
       while (fields >> v) values_[key].push_back(v);
     }
   }
+  std::size_t Count(const std::string &key) { return values_[key].size(); }
   double At(const std::string &key, std::size_t i = 0) {
     EXPECT_GT(values_[key].size(), i) << key;
     return values_[key].size() > i ? values_[key][i] : NAN;
@@ -137,6 +139,25 @@ TEST_P(ToneReference, ModeSkyWidthAndNormalLevels) {
   EXPECT_EQ(count, static_cast<int>(At("range_comp", 0)));
   EXPECT_NEAR(std, At("range_comp", 1), 1e-9);
   EXPECT_NEAR(rms, At("range_comp", 2), 1e-9);
+}
+
+// The static form against scipy's natural spline, the member form against the
+// next piece of the same spline (numpy.polyval with a negative offset).
+TEST_P(ToneReference, SplineAgainstScipy) {
+  CSpline s;
+  for (std::size_t i = 0; i + 1 < Count("spline_points"); i += 2)
+    s.SetPoint(At("spline_points", i), At("spline_points", i + 1), 1);
+  ASSERT_EQ(CSpline::CalcSpline(&s), 1);
+  int status = 0;
+  for (std::size_t i = 0; i + 1 < Count("spline_static"); i += 2) {
+    EXPECT_NEAR(CSpline::GetValue(At("spline_static", i), &s, &status), At("spline_static", i + 1), 1e-12);
+    EXPECT_EQ(status, 1);
+  }
+  ASSERT_GT(Count("spline_member"), 0u);
+  for (std::size_t i = 0; i + 1 < Count("spline_member"); i += 2) {
+    EXPECT_NEAR(s.GetValue(At("spline_member", i), &status), At("spline_member", i + 1), 1e-12);
+    EXPECT_EQ(status, 1);
+  }
 }
 
 }  // namespace
