@@ -53,7 +53,10 @@ private:
   std::string dir_;
   std::map<std::string, std::vector<double>> values_;
 };
-INSTANTIATE_TEST_SUITE_P(Stores, ToneReference, ::testing::Values(StoreKind::WholePlane, StoreKind::Block));
+INSTANTIATE_TEST_SUITE_P(Stores, ToneReference, ::testing::Values(StoreKind::WholePlane, StoreKind::Block),
+                         [](const ::testing::TestParamInfo<StoreKind> &info) {
+                           return info.param == StoreKind::WholePlane ? std::string("WholePlane") : std::string("Block");
+                         });
 
 // Sums in double over 132000 or 872000 samples in another order than numpy's:
 // relative 1e-9 covers that rounding.
