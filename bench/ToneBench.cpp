@@ -101,8 +101,9 @@ void AutoLevels() {
     for (auto _ : state) op->GetMedian(&median, 1, 0, 1, nullptr);
   });
   Peer("auto_level_median", 3, [](cv::Mat &m) {
-    // Plane 1, cells of 11 x 11 as GetMedian's sampling gives for this size.
-    const int n = 11;
+    // Plane 1, cells of 22 x 22 as GetMedian's sampling gives for this size:
+    // truncate(sqrt(24000000 / 50000) + 0.5).
+    const int n = 22;
     cv::Mat plane, cells;
     cv::extractChannel(m, plane, 1);
     cv::resize(plane(cv::Rect(0, 0, bench::kWidth / n * n, bench::kHeight / n * n)), cells,

@@ -8,6 +8,7 @@
 #include <vector>
 #include "core/LineLoops.h"
 #include "core/OperatorFrame.h"
+#include "platform/Exceptions.h"
 #include "tone/PixelSort.h"
 
 CPixelSort::CPixelSort(std::int32_t capacity)
@@ -58,6 +59,8 @@ CImgHstEql::~CImgHstEql() = default;
 int CImgHstEql::Do(CLmrImage *pSrc) {
   const int planes = GetPlanes();
   qorimg::CheckBoundImages({{this, planes}, {pSrc, planes}}, qorimg::ClipRect(*this, nullptr));
+  // Ranks are written at the source's pixel positions: the sizes must agree.
+  if (pSrc->GetWidth() != GetWidth() || pSrc->GetHeight() != GetHeight()) AfxThrowInvalidArgException();
   qorimg::ProgressFrame progress(*this, 1, 6177, planes * kClasses);
   const int width = pSrc->GetWidth(), height = pSrc->GetHeight();
   const double pixels = static_cast<double>(width) * height;
@@ -91,12 +94,20 @@ int CImgHstEql::Do(CLmrImage *pSrc) {
       buckets[static_cast<std::size_t>(k)]->Sort();
       ShowProgress(1);
     });
+    // The ranks go into a copy of the target plane, written back line by line,
+    // so that pixels of no class keep their value.
+    std::vector<float> plane(static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    for (int y = 0; y < height; ++y)
+      std::copy_n(GetImageAdr(0, y, c, CImage::ReadOnly), width, plane.begin() + static_cast<std::ptrdiff_t>(y) * width);
     long long rank = 0;
     for (const auto &bucket : buckets)
       for (std::int32_t i = 0; i < bucket->GetCount(); ++i, ++rank) {
         const tagPixelSortItem &item = (*bucket)[i];
-        *GetImageAdr(item.x, item.y, c) = static_cast<float>(rank * range / pixels + lo);
+        plane[static_cast<std::size_t>(item.y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(item.x)] =
+            static_cast<float>(rank * range / pixels + lo);
       }
+    for (int y = 0; y < height; ++y)
+      std::copy_n(plane.begin() + static_cast<std::ptrdiff_t>(y) * width, width, GetImageAdr(0, y, c));
   }
   return 1;
 }

@@ -222,6 +222,24 @@ TEST_P(AutoLevelTest, BrightnessModeOpensProgress6168AndIgnoresEscape) {
   EXPECT_TRUE(rec.entries.empty());
 }
 
+// The range of a brightness histogram is the raw brightness range (a pipeline
+// on whole-plane images, a loop otherwise); NaN samples are passed over.
+TEST_P(AutoLevelTest, BrightnessModeStandsOnTheRawBrightnessRange) {
+  auto img = Level(60, 40, 3, [](int x, int y, int p) {
+    if (x == 7 && y == 3) return p == 0 ? NAN : 10.0f;
+    if (x == 8 && y == 3) return 50.0f;           // the darkest brightness
+    if ((x + y) % 7 == 0) return 300.0f + x * 8;  // a tail up to 772
+    return 200.0f + (p == 1 ? 2.0f : 0.0f);
+  });
+  std::vector<double> b;
+  for (double v : Samples(0, 0, 60, 40, [&](int x, int y) { return RawBright(*img, x, y); }))
+    if (!std::isnan(v)) b.push_back(v);
+  const ModeReference ref = ModeOf(b, 5000);
+  float mode = 0;
+  img->GetMode(&mode, nullptr, nullptr, 1, 0, nullptr);
+  EXPECT_NEAR(mode, ref.peak * ref.width + ref.lo, 1e-3);
+}
+
 TEST_P(AutoLevelTest, RangeCountsAndDeviations) {
   auto img = Level(33, 17, 3, Sky);
   CRect rect(-5, 2, 30, 99);  // clamped to (0, 2, 30, 17)
