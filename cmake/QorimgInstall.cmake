@@ -26,6 +26,7 @@ set(QORIMG_PUBLIC_HEADERS
   display/MemoryDIB.h
   display/UniqueDib.h
   display/VmDIB.h
+  platform/Array.h
   platform/Bitmap.h
   platform/DeviceContext.h
   platform/Diagnostics.h
@@ -49,7 +50,18 @@ set(QORIMG_PUBLIC_HEADERS
   sibling/Image.h
   sibling/Progress.h
   sibling/VmImage.h
-  sibling/VmManager.h)
+  sibling/VmManager.h
+  tone/ImgAutoLevel.h
+  tone/ImgBright.h
+  tone/ImgCorrectCurve.h
+  tone/ImgCutOff.h
+  tone/ImgFalseColor.h
+  tone/ImgHstEql.h
+  tone/ImgInvert.h
+  tone/ImgNormalize.h
+  tone/ImgReduceTone.h
+  tone/ImgToneCurve.h
+  tone/Spline.h)
 
 set(public_copies)
 foreach(header IN LISTS QORIMG_PUBLIC_HEADERS)
