@@ -9,6 +9,7 @@ include(CMakePackageConfigHelpers)
 set(QORIMG_PUBLIC_HEADERS
   qorimg.h
   Export.h
+  calibrate/ImgDark.h
   core/FPoint.h
   core/ImgCalculation.h
   core/LmrImage.h

@@ -3,6 +3,7 @@
 // by CreateWholePlaneManager() or CreateBlockManager(), the operators, the
 // display bitmaps that show them, and the exceptions the calls may throw.
 #pragma once
+#include "calibrate/ImgDark.h"
 #include "core/ImgCalculation.h"
 #include "core/LmrImage.h"
 #include "display/BaseDIB.h"
