@@ -11,6 +11,7 @@ set(QORIMG_PUBLIC_HEADERS
   Export.h
   calibrate/ImgDark.h
   core/FPoint.h
+  develop/ImgBayerToRgb.h
   core/ImgCalculation.h
   core/LmrImage.h
   core/PixelMath.h

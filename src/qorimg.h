@@ -6,6 +6,7 @@
 #include "calibrate/ImgDark.h"
 #include "core/ImgCalculation.h"
 #include "core/LmrImage.h"
+#include "develop/ImgBayerToRgb.h"
 #include "display/BaseDIB.h"
 #include "display/BmpFile.h"
 #include "display/MemoryDIB.h"
