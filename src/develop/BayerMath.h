@@ -69,12 +69,12 @@ struct ToneCurve {
   }
 };
 
-// Gamma on one sample: v - lo > 0 becomes ((v - lo) / range)^e range + lo.
+// Gamma on one sample: v - lo > 0 becomes ((v - lo) / range)^e range + lo,
+// the power in single precision (the C library's powf, as the pipeline's).
 inline float Gamma(float v, float lo, float range, float e) {
   const float lifted = v - lo;
   if (!(lifted > 0.0f)) return v;
-  const float p = static_cast<float>(std::pow(static_cast<double>(lifted / range), static_cast<double>(e)));
-  return p * range + lo;
+  return std::pow(lifted / range, e) * range + lo;
 }
 
 }  // namespace qorimg::develop

@@ -80,8 +80,12 @@ int CImgBayerToRgb::ArgCheck(tagBayerStruct *s) {
   return 1;
 }
 
+// A null source is the copy's failure; a source the development cannot read
+// raises the invalid-argument exception before this image is written.
 int CImgBayerToRgb::Do(tagBayerStruct s, CLmrImage *pSrc, int bProgress) {
-  if (!pSrc || !CopyImage(*pSrc)) return 0;
+  if (!pSrc) return 0;
+  qorimg::CheckBoundImages({{pSrc, 1}}, qorimg::ClipRect(*pSrc, nullptr));
+  if (!CopyImage(*pSrc)) return 0;
   return Do(s, bProgress);
 }
 
@@ -117,14 +121,11 @@ int CImgBayerToRgb::Develop(tagBayerStruct &s) {
       !ChangeBitImage(bayer.get(), s.nSrcBits, s.nDstBits, s.bDataRange))
     return 0;
   ShowProgress(step);
-  if ((s.nCutLeft + s.nCutRight > 0 || s.nCutTop + s.nCutBottom > 0) &&
-      !ChangeSize(w - s.nCutLeft - s.nCutRight, h - s.nCutTop - s.nCutBottom, nullptr))
-    return 0;
+  const double levelMin = GetLevelMin(0), levelMax = GetLevelMax(0);
+  if (!Reshape(w - s.nCutLeft - s.nCutRight, h - s.nCutTop - s.nCutBottom, s.bMono ? GetPlanes() : 3)) return 0;
   ShowProgress(step);
   if (!s.bMono) {
-    const double lo = GetLevelMin(0), hi = GetLevelMax(0);
-    if (!ChangePlanes(3, nullptr)) return 0;
-    for (int c = 0; c < 3; ++c) SetLevel(c, lo, hi);
+    for (int c = 0; c < 3; ++c) SetLevel(c, levelMin, levelMax);
     SetOrgPlanes(3);
   }
   ShowProgress(step);
@@ -149,6 +150,23 @@ int CImgBayerToRgb::Develop(tagBayerStruct &s) {
   if (!failed && s.bGamma) GammaCorrect(this, &s);
   if (!failed) SetBayerImage(false);
   return failed ? 0 : 1;
+}
+
+// The result's size (after the cuts) and planes in one fresh store. Nothing of
+// the old samples is read afterwards: the pipelines write every pixel and the
+// strip loop zero-fills first. So one allocation does what resizing and then
+// adding planes (which copies plane 0 into the new ones) would, without the
+// copies. Levels stay those of plane 0 on every plane.
+bool CImgBayerToRgb::Reshape(int width, int height, int planes) {
+  if (width == GetWidth() && height == GetHeight() && planes == GetPlanes()) return true;
+  const double lo = GetLevelMin(0), hi = GetLevelMax(0);
+  const std::shared_ptr<CVmManager> manager = VmManager();
+  SetWidth(width);
+  SetHeight(height);
+  SetPlanes(planes);
+  if (!AllocImage(manager, nullptr)) return false;
+  for (int c = 0; c < planes; ++c) SetLevel(c, lo, hi);
+  return true;
 }
 
 void CImgBayerToRgb::SubtractOffset(float fOffset) {
@@ -283,10 +301,22 @@ int CImgBayerToRgb::DoRoundUp(tagBayerStruct s, int bProgress) {
   qorimg::CheckBoundImages({{this, 1}}, qorimg::ClipRect(*this, nullptr));
   const int w = GetWidth(), h = GetHeight();
   if (w < 2 || h < 2 || s.nPattern < 1 || s.nPattern > 4) return 0;
+  // The mosaic's samples stay in their store, which this image hands over
+  // to a copy instead of copying it; a failure gives the samples back.
+  std::unique_ptr<CVmImage> mosaic = std::move(Store);
+  const double lo = GetLevelMin(0), hi = GetLevelMax(0);
+  const auto giveBack = [&] {
+    Store = std::move(mosaic);
+    SetWidth(w), SetHeight(h), SetPlanes(static_cast<int>(Store->GetPlanes()));
+  };
   try {
-    CImage copy(*this, nullptr);
-    const double lo = GetLevelMin(0), hi = GetLevelMax(0);
-    if (!ChangeSize(w / 2, h / 2, nullptr) || !ChangePlanes(3, nullptr)) return 0;
+    SetWidth(w / 2);
+    SetHeight(h / 2);
+    SetPlanes(3);
+    if (!AllocImage(mosaic->VmManager(), nullptr)) {
+      giveBack();
+      return 0;
+    }
     for (int c = 0; c < 3; ++c) SetLevel(c, lo, hi);
     SetOrgPlanes(3);
     const qorimg::develop::Phase phase(s.nPattern);
@@ -297,7 +327,9 @@ int CImgBayerToRgb::DoRoundUp(tagBayerStruct s, int bProgress) {
     std::optional<qorimg::ProgressFrame> progress;
     if (bProgress) progress.emplace(*this, bProgress, 6178, h / 2);
     qorimg::ParallelLines(0, h / 2, [&](int y) {
-      const float *rows[2] = {FloatRow(copy, 2 * y, 0), FloatRow(copy, 2 * y + 1, 0)};
+      const float *rows[2];
+      for (int dy = 0; dy < 2; ++dy)
+        rows[dy] = reinterpret_cast<const float *>(mosaic->GetImageAdr(0, 2 * y + dy, 0, true, false, nullptr));
       float *red = GetImageAdr(0, y, 0), *grn = GetImageAdr(0, y, 1), *blue = GetImageAdr(0, y, 2);
       for (int x = 0; x < ow; ++x) {
         const int cx = 2 * x;
@@ -311,8 +343,10 @@ int CImgBayerToRgb::DoRoundUp(tagBayerStruct s, int bProgress) {
     });
   } catch (CMemoryException *e) {
     e->Delete();
+    if (!Store) giveBack();
     return 0;
   } catch (const std::bad_alloc &) {
+    if (!Store) giveBack();
     return 0;
   }
   return 1;

@@ -79,6 +79,7 @@ protected:
 
 private:
   int Develop(tagBayerStruct &s);
+  bool Reshape(int width, int height, int planes);
   void SubtractOffset(float fOffset);
   void DemosaicByPipeline(CImage &bayer, int plane, const tagBayerStruct &s, float fMin, float fMax);
   int DemosaicByStrips(CImage &bayer, int plane, tagBayerStruct &s, float fMin, float fMax);

@@ -26,7 +26,7 @@ struct Demosaic {
   Var x{"x"}, yv{"y"};
 
   Demosaic(const Func &input, const Expr &width, const Expr &height, int pattern) {
-    m = BoundaryConditions::mirror_interior(input, {{0, width}, {0, height}});
+    m(x, yv) = BoundaryConditions::mirror_interior(input, {{0, width}, {0, height}})(x, yv);
     const int rx = pattern == GRBG || pattern == BGGR, ry = pattern == BGGR || pattern == GBRG;
     const Expr oddX = (x & 1) == 1, oddY = (yv & 1) == 1;
     const Expr rowR = oddY == (ry == 1), colR = oddX == (rx == 1);
@@ -65,16 +65,16 @@ struct Demosaic {
   }
 };
 
-// Row strips in parallel, vectors along x; the demosaic's stages per strip.
+// Tiles of rows in parallel, vectors along x. Each tile materialises the
+// reflected mosaic and the demosaic's stages over its footprint, small enough
+// to stay in cache, so that the stencils read plain buffers.
 void ScheduleDemosaic(Func output, Demosaic &d, bool colour) {
-  Var yo{"yo"}, yi{"yi"};
-  output.split(d.yv, yo, yi, 2 * kRowsPerTask, TailStrategy::GuardWithIf)
+  Var xo{"xo"}, yo{"yo"}, xi{"xi"}, yi{"yi"};
+  output.tile(d.x, d.yv, xo, yo, xi, yi, 512, 4 * kRowsPerTask, TailStrategy::GuardWithIf)
       .parallel(yo)
-      .vectorize(d.x, kVectorLanes, TailStrategy::GuardWithIf);
-  d.diagonal.compute_at(output, yo).vectorize(d.x, kVectorLanes);
-  d.rb.compute_at(output, yo).vectorize(d.x, kVectorLanes);
-  d.y.compute_at(output, yo).vectorize(d.x, kVectorLanes);
-  if (colour) d.excess.compute_at(output, yo).vectorize(d.x, kVectorLanes);
+      .vectorize(xi, kVectorLanes, TailStrategy::GuardWithIf);
+  for (Func f : {d.m, d.diagonal, d.rb, d.y}) f.compute_at(output, xo).vectorize(d.x, kVectorLanes);
+  if (colour) d.excess.compute_at(output, xo).vectorize(d.x, kVectorLanes);
 }
 
 // The inputs of a demosaic pipeline: the mosaic, then the working range when
@@ -177,7 +177,7 @@ class ToneCurveCorrect : public Generator<ToneCurveCorrect<curvePower, levelCut,
 };
 
 // In place: v - lo > 0 becomes ((v - lo) / range)^e range + lo, the power in
-// double; fGamma is the exponent e itself (the caller's 1 / gamma).
+// single precision; fGamma is the exponent e itself (the caller's 1 / gamma).
 class GammaCorrect : public Generator<GammaCorrect> {
  public:
   Input<float> fLevelMin{"fLevelMin"};
@@ -190,7 +190,7 @@ class GammaCorrect : public Generator<GammaCorrect> {
     const Expr v = output(x, y);
     const Expr lifted = strict_float(v - fLevelMin);
     const Expr q = strict_float(lifted / fLevelRange);
-    const Expr p = strict_float(cast<float>(pow(cast<double>(q), cast<double>(fGamma))));
+    const Expr p = strict_float(pow(q, fGamma));
     output(x, y) = select(strict_float(lifted > 0.0f), strict_float(p * fLevelRange + fLevelMin), v);
 
     ScheduleRowsParallelVectorX(output.update(), x, y);

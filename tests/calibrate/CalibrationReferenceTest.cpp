@@ -1,28 +1,18 @@
 // Calibration against the Python astronomy stack: the reference data are
 // written by tests/reference/calibrate_reference.py into the directory named by
 // QORIMG_REFERENCE_DIR (see tests/calibrate/CMakeLists.txt).
-#include <cstdlib>
 #include <fstream>
-#include <map>
 #include <string>
 #include "support/Fixtures.h"
+#include "support/ReferenceData.h"
 
 namespace qorimg::test {
 namespace {
 
 class CalibrationReference : public RouteTest {
 protected:
-  static std::string Dir() {
-    const char *dir = std::getenv("QORIMG_REFERENCE_DIR");
-    return dir ? dir : "";
-  }
-  static std::vector<float> Read(const std::string &name) {
-    std::ifstream in(Dir() + "/" + name + ".f32", std::ios::binary | std::ios::ate);
-    std::vector<float> data(static_cast<std::size_t>(in.tellg()) / sizeof(float));
-    in.seekg(0);
-    in.read(reinterpret_cast<char *>(data.data()), static_cast<std::streamsize>(data.size() * sizeof(float)));
-    return data;
-  }
+  static std::string Dir() { return ReferenceDir(); }
+  static std::vector<float> Read(const std::string &name) { return ReadReference(name); }
   static std::pair<int, int> Shape(const std::string &name) {
     std::ifstream in(Dir() + "/shapes.txt");
     std::string n;
