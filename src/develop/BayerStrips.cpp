@@ -22,6 +22,15 @@ constexpr int kBlue = 1, kGreen = 2, kRed = 3;
 
 int BrightnessPlane(int nSlot) { return nSlot ? 4 : 5; }
 
+// fn(i, x, row) over the strip's inner range: rows 1 to nRows - 2, columns 1
+// to w' - 2 with w' the width rounded down to even; i indexes the strip.
+template <class Fn>
+void ForEachInner(unsigned long w, unsigned long nRows, Fn fn) {
+  const long stride = static_cast<long>(w), we = stride & ~1L;
+  for (long row = 1; row + 1 < static_cast<long>(nRows); ++row)
+    for (long x = 1; x + 1 < we; ++x) fn(row * stride + x, x, row);
+}
+
 }  // namespace
 
 // Rows y - 3 to y + 4 of a mosaic plane into the strip. Refuses a plane above
@@ -46,28 +55,23 @@ int CImgBayerToRgb::MakeYImage(float *pStrip, float *pWork, tagBayerStruct *s, i
   using namespace qorimg::develop;
   const Phase phase(s->nPattern);
   const long stride = static_cast<long>(w), size = stride * static_cast<long>(nRows);
-  const long we = stride & ~1L;
   float *r = pWork, *g = pWork + size, *b = pWork + 2 * size;
   for (int k = 0; k < kWorkPlanes; ++k) std::memcpy(pWork + k * size, pStrip, sizeof(float) * size);
-  for (long row = 1; row + 1 < static_cast<long>(nRows); ++row)
-    for (long x = 1; x + 1 < we; ++x) {
-      const long i = row * stride + x;
-      const float *m = pStrip + i;
-      if (phase.IsRed(x, row)) {
-        g[i] = Cross(m, stride);
-        b[i] = Diagonal(m, stride);
-      } else if (phase.IsBlue(x, row)) {
-        r[i] = Diagonal(m, stride);
-        g[i] = Cross(m, stride);
-      }
+  ForEachInner(w, nRows, [&](long i, long x, long row) {
+    const float *m = pStrip + i;
+    if (phase.IsRed(x, row)) {
+      g[i] = Cross(m, stride);
+      b[i] = Diagonal(m, stride);
+    } else if (phase.IsBlue(x, row)) {
+      r[i] = Diagonal(m, stride);
+      g[i] = Cross(m, stride);
     }
-  for (long row = 1; row + 1 < static_cast<long>(nRows); ++row)
-    for (long x = 1; x + 1 < we; ++x) {
-      if (!phase.IsGreen(x, row)) continue;
-      const long i = row * stride + x;
-      r[i] = Cross(r + i, stride);
-      b[i] = Cross(b + i, stride);
-    }
+  });
+  ForEachInner(w, nRows, [&](long i, long x, long row) {
+    if (!phase.IsGreen(x, row)) return;
+    r[i] = Cross(r + i, stride);
+    b[i] = Cross(b + i, stride);
+  });
   float *y = pStrip + BrightnessPlane(nSlot) * size;
   for (long i = 0; i < size; ++i) y[i] = Brightness(r[i], g[i], b[i]);
   return 1;
@@ -81,27 +85,24 @@ int CImgBayerToRgb::MakeRGBImage(float *pStrip, float *pWork, tagBayerStruct *s,
   using namespace qorimg::develop;
   const Phase phase(s->nPattern);
   const long stride = static_cast<long>(w), size = stride * static_cast<long>(nRows);
-  const long we = stride & ~1L;
   for (int k : {kBlue, kGreen, kRed}) std::memcpy(pStrip + k * size, pStrip, sizeof(float) * size);
   float *red = pStrip + kRed * size, *green = pStrip + kGreen * size, *blue = pStrip + kBlue * size;
-  for (long row = 1; row + 1 < static_cast<long>(nRows); ++row)
-    for (long x = 1; x + 1 < we; ++x) {
-      const long i = row * stride + x;
-      const float *m = pStrip + i;
-      if (phase.IsRed(x, row)) {
-        green[i] = Cross(m, stride);
-        blue[i] = Diagonal(m, stride);
-      } else if (phase.IsBlue(x, row)) {
-        red[i] = Diagonal(m, stride);
-        green[i] = Cross(m, stride);
-      } else if (phase.RowHasRed(row)) {
-        red[i] = Horizontal(m);
-        blue[i] = Vertical(m, stride);
-      } else {
-        red[i] = Vertical(m, stride);
-        blue[i] = Horizontal(m);
-      }
+  ForEachInner(w, nRows, [&](long i, long x, long row) {
+    const float *m = pStrip + i;
+    if (phase.IsRed(x, row)) {
+      green[i] = Cross(m, stride);
+      blue[i] = Diagonal(m, stride);
+    } else if (phase.IsBlue(x, row)) {
+      red[i] = Diagonal(m, stride);
+      green[i] = Cross(m, stride);
+    } else if (phase.RowHasRed(row)) {
+      red[i] = Horizontal(m);
+      blue[i] = Vertical(m, stride);
+    } else {
+      red[i] = Vertical(m, stride);
+      blue[i] = Horizontal(m);
     }
+  });
   return 1;
 }
 

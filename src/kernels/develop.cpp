@@ -73,8 +73,13 @@ void ScheduleDemosaic(Func output, Demosaic &d, bool colour) {
   output.tile(d.x, d.yv, xo, yo, xi, yi, 512, 4 * kRowsPerTask, TailStrategy::GuardWithIf)
       .parallel(yo)
       .vectorize(xi, kVectorLanes, TailStrategy::GuardWithIf);
-  for (Func f : {d.m, d.diagonal, d.rb, d.y}) f.compute_at(output, xo).vectorize(d.x, kVectorLanes);
-  if (colour) d.excess.compute_at(output, xo).vectorize(d.x, kVectorLanes);
+  for (Func f : {d.m, d.diagonal, d.rb}) f.compute_at(output, xo).vectorize(d.x, kVectorLanes);
+  // The brightness is the grey output itself; for colour it is read nine
+  // times and kept.
+  if (colour) {
+    d.y.compute_at(output, xo).vectorize(d.x, kVectorLanes);
+    d.excess.compute_at(output, xo).vectorize(d.x, kVectorLanes);
+  }
 }
 
 // The inputs of a demosaic pipeline: the mosaic, then the working range when
