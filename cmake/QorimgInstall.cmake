@@ -15,11 +15,20 @@ set(QORIMG_PUBLIC_HEADERS
   core/ImgCalculation.h
   core/LmrImage.h
   core/PixelMath.h
+  geometry/ImgCrop.h
+  geometry/ImgFlip.h
+  geometry/ImgResize.h
+  geometry/ImgResolution.h
+  geometry/ImgRotate.h
+  geometry/ImgScroll.h
+  geometry/ImgSoftBinning.h
+  geometry/Interp.h
   display/BaseDIB.h
   display/BmpFile.h
   display/MemoryDIB.h
   display/UniqueDib.h
   display/VmDIB.h
+  platform/Array.h
   platform/Bitmap.h
   platform/DeviceContext.h
   platform/Diagnostics.h
@@ -35,12 +44,26 @@ set(QORIMG_PUBLIC_HEADERS
   restore/Fft.h
   restore/ImgFourier.h
   restore/ImgWavelet.h
+  restore/ImgLucy.h
+  restore/ImgMem.h
+  restore/ImgWiener.h
   sibling/Exceptions.h
   sibling/Header.h
   sibling/Image.h
   sibling/Progress.h
   sibling/VmImage.h
-  sibling/VmManager.h)
+  sibling/VmManager.h
+  tone/ImgAutoLevel.h
+  tone/ImgBright.h
+  tone/ImgCorrectCurve.h
+  tone/ImgCutOff.h
+  tone/ImgFalseColor.h
+  tone/ImgHstEql.h
+  tone/ImgInvert.h
+  tone/ImgNormalize.h
+  tone/ImgReduceTone.h
+  tone/ImgToneCurve.h
+  tone/Spline.h)
 
 set(public_copies)
 foreach(header IN LISTS QORIMG_PUBLIC_HEADERS)

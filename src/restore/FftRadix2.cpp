@@ -11,6 +11,7 @@
 #include "platform/Diagnostics.h"
 #include "restore/Fft.h"
 #include "restore/FftInternal.h"
+#include "restore/RestoreInternal.h"
 
 using qorimg::fft::ArrayElements;
 
@@ -29,6 +30,7 @@ int CFft::Create(int nWidth, int nHeight) {
   m_pA = m_pB = nullptr;
   m_nWidth = m_nHeight = m_nLog2Width = m_nLog2Height = 0;
   if (w < 1 || h < 1) return 0;
+  qorimg::restore::CheckAllocation();
   m_pA = new complex[ArrayElements(w, h)];
   m_pB = new complex[ArrayElements(w, h)];
   m_nWidth = w;
@@ -245,7 +247,8 @@ void CFft::SetGauss(double fSigma) {
   const int w = m_nWidth, h = m_nHeight;
   for (int y = 0; y < h; ++y)
     for (int x = 0; x < w; ++x) {
-      const int i = x > w / 2 ? x - w : x, j = y > h / 2 ? y - h : y;
+      // i^2 + j^2 in 64 bits: in int it overflows from W = H = 65536.
+      const long long i = x > w / 2 ? x - w : x, j = y > h / 2 ? y - h : y;
       const float r2 = static_cast<float>(i * i + j * j);
       const double value = std::exp(-r2 * 0.5 / (fSigma * fSigma)) * 1000.0 * 0.5 / 3.14159;
       m_pA[static_cast<std::size_t>(y) * w + x] = {static_cast<float>(value), 0.0f};

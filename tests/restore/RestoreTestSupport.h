@@ -1,0 +1,151 @@
+// Shared by the restoration tests: operators made from fixture images, a
+// blurred star field, star widths, and the progress and message-box capture.
+#pragma once
+#include <cmath>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/Diagnostics.h"
+#include "platform/Messages.h"
+#include "platform/StringResources.h"
+#include "support/Fixtures.h"
+
+namespace qorimg::test {
+
+// An operator of type Op holding `image`'s pixels (the image is left empty).
+template <class Op>
+std::unique_ptr<Op> AsOperator(std::unique_ptr<CLmrImage> image) {
+  auto op = std::make_unique<Op>();
+  op->Swap(image.get());
+  return op;
+}
+
+struct Star {
+  double x, y, sigma, flux;
+};
+inline const std::vector<Star> &TestStars() {
+  static const std::vector<Star> stars = {{20.3, 22.1, 1.2, 4000}, {45.0, 18.6, 1.0, 2500}, {30.4, 47.2, 1.5, 6000},
+                                          {52.7, 50.1, 1.1, 3000}, {12.5, 55.5, 1.3, 3500}};
+  return stars;
+}
+// Background plus Gaussian stars whose widths are sqrt(sigma^2 + blur^2):
+// the field blurred by a Gaussian of sigma `blur`, analytically.
+inline float StarField(int x, int y, double background, double blur, const std::vector<Star> &stars = TestStars()) {
+  double v = background;
+  for (const Star &s : stars) {
+    const double s2 = s.sigma * s.sigma + blur * blur;
+    v += s.flux / (2 * M_PI * s2) * std::exp(-((x - s.x) * (x - s.x) + (y - s.y) * (y - s.y)) / (2 * s2));
+  }
+  return static_cast<float>(v);
+}
+
+// FWHM of the star about (cx, cy) from the second moments of its pixels
+// above the background, in a box of half-size `radius`; also its centroid.
+struct StarShape {
+  double fwhm, x, y, peak;
+};
+inline StarShape MeasureStar(const std::vector<float> &plane, int w, double cx, double cy, double background,
+                             int radius) {
+  double s = 0, sx = 0, sy = 0, sxx = 0, peak = -1e30;
+  for (int y = int(cy) - radius; y <= int(cy) + radius; ++y)
+    for (int x = int(cx) - radius; x <= int(cx) + radius; ++x) {
+      const double v = plane[static_cast<std::size_t>(y) * w + x] - background;
+      peak = std::max(peak, v + background);
+      if (v <= 0) continue;
+      s += v;
+      sx += v * x;
+      sy += v * y;
+    }
+  const double mx = sx / s, my = sy / s;
+  for (int y = int(cy) - radius; y <= int(cy) + radius; ++y)
+    for (int x = int(cx) - radius; x <= int(cx) + radius; ++x) {
+      const double v = plane[static_cast<std::size_t>(y) * w + x] - background;
+      if (v > 0) sxx += v * ((x - mx) * (x - mx) + (y - my) * (y - my));
+    }
+  return {2.3548 * std::sqrt(sxx / s / 2), mx, my, peak};
+}
+
+// Progress messages (1136) to a window and message boxes, recorded. When a
+// progress title equal to `escapeOn` opens, ESC is posted to the thread.
+class RestoreCapture {
+public:
+  struct Entry {
+    unsigned long long wParam;
+    long long lParam;
+    std::wstring text;
+  };
+  RestoreCapture() {
+    hwnd_ = CreateMessageWindow([this](HWND, UINT message, WPARAM wParam, LPARAM lParam) -> LRESULT {
+      if (message != 1136) return 0;
+      Entry e{wParam, static_cast<long long>(lParam), {}};
+      if (wParam != 1 && wParam != 13 && lParam) e.text = reinterpret_cast<const wchar_t *>(lParam);
+      if (wParam == 0 && !escapeOn.empty() && e.text == escapeOn) PostMessageW(nullptr, WM_KEYDOWN, VK_ESCAPE, 0);
+      entries.push_back(e);
+      return 0;
+    });
+    qorimg::SetMessageBoxCallback([this](const wchar_t *text, UINT) {
+      boxes.push_back(text ? text : L"");
+      return IDOK;
+    });
+  }
+  ~RestoreCapture() {
+    qorimg::SetMessageBoxCallback(nullptr);
+    MSG msg;
+    while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+    }
+    DestroyWindow(hwnd_);
+  }
+  HWND Window() const { return hwnd_; }
+  // Titles opened (wParam 0), in order.
+  std::vector<std::wstring> Titles() const {
+    std::vector<std::wstring> t;
+    for (const auto &e : entries)
+      if (e.wParam == 0) t.push_back(e.text);
+    return t;
+  }
+  int Count(unsigned long long wParam) const {
+    int n = 0;
+    for (const auto &e : entries) n += e.wParam == wParam;
+    return n;
+  }
+  // The positions posted (wParam 1) after the title `title` opened, up to
+  // its close.
+  std::vector<long long> Ticks(const std::wstring &title) const {
+    std::vector<long long> ticks;
+    bool in = false;
+    for (const auto &e : entries) {
+      if (e.wParam == 0) in = e.text == title;
+      else if (e.wParam == 2) in = false;
+      else if (e.wParam == 1 && in) ticks.push_back(e.lParam);
+    }
+    return ticks;
+  }
+  std::wstring escapeOn;
+  std::vector<Entry> entries;
+  std::vector<std::wstring> boxes;
+
+private:
+  HWND hwnd_;
+};
+
+// Raw arrays exchanged with the Python references.
+template <class T>
+std::vector<T> ReadRaw(const std::string &path, std::size_t n) {
+  std::vector<T> v(n);
+  std::ifstream in(path, std::ios::binary);
+  in.read(reinterpret_cast<char *>(v.data()), static_cast<std::streamsize>(n * sizeof(T)));
+  EXPECT_TRUE(in.good()) << path;
+  return v;
+}
+template <class T>
+void WriteRaw(const std::string &path, const T *data, std::size_t n) {
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(n * sizeof(T)));
+}
+
+inline std::wstring Resource(int id) { return FindStringResource(static_cast<UINT>(id)); }
+
+}  // namespace qorimg::test
