@@ -9,7 +9,9 @@ include(CMakePackageConfigHelpers)
 set(QORIMG_PUBLIC_HEADERS
   qorimg.h
   Export.h
+  calibrate/ImgDark.h
   core/FPoint.h
+  develop/ImgBayerToRgb.h
   core/ImgCalculation.h
   core/LmrImage.h
   core/PixelMath.h

@@ -3,8 +3,10 @@
 // by CreateWholePlaneManager() or CreateBlockManager(), the operators, the
 // display bitmaps that show them, and the exceptions the calls may throw.
 #pragma once
+#include "calibrate/ImgDark.h"
 #include "core/ImgCalculation.h"
 #include "core/LmrImage.h"
+#include "develop/ImgBayerToRgb.h"
 #include "display/BaseDIB.h"
 #include "geometry/ImgCrop.h"
 #include "geometry/ImgFlip.h"

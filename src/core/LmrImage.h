@@ -233,6 +233,24 @@ public:
   float Get1stBrighterPixel(int nPlane, CRect *rect, double fThreshold, int &nX, int &nY);
   float GetMaxPixel(int nPlane, CRect *rect, int &nX, int &nY);
 
+  // ---- Calibration (calibrate/Calibration.cpp) ----
+  // A mono calibration frame serves every plane: the plane read is c when the
+  // frame has colour planes, else 0. Frames larger than this image are read at
+  // the same coordinates.
+  // out = max(0, v - dark), whole image, in place; NaN gives 0.
+  void DarkClbrtn(CLmrImage *pDark, int bProgress);
+  // out = a * v / flat where flat > 0, a the mean of the flat's plane 0.
+  void FlatClbrtn(CLmrImage *pFlat, CRect *rect, int bProgress);
+  // The flat through the power curve of exponent fGamma (see FlatGamma), with a
+  // pedestal of fOffset times the mean; fGamma not above 0 does nothing.
+  void FlatClbrtn(CLmrImage *pFlat, float fOffset, double fGamma, int bProgress);
+  // Dark and flat in one pass from pSrc into `rect` of this image, with the
+  // flat's statistics given per flat plane. 1, -1 when a constant flat plane
+  // dropped the flat, 0 for missing arguments.
+  int DarkFlat(CLmrImage *pSrc, CLmrImage *pDark, CLmrImage *pFlat, float *pFlatMin, float *pFlatMax,
+               float *pFlatAvr, float fOffset, double fGamma, CRect *rect, int bProgress);
+  // ---- end Calibration ----
+
   // ---- Display (display/ImageGetDib.cpp, display/ImageToDib.cpp) ----
   // A device-independent bitmap in movable global memory, returned unlocked:
   // `bits` 8 (grey table for mono, a palette built from the colours for colour)
@@ -246,6 +264,10 @@ public:
   // ---- end Display ----
 
 protected:
+  // Calibration: one flat value through the power curve whose zero lies one flat
+  // span below the flat's minimum, fGm0 = fMax - 2 (fMax - fMin).
+  float FlatGamma(float v, float fMax, float fGm0, double fGamma);
+
   // Display: the 8-bit colour bitmap with a palette built from the image.
   HDIB GetDib8Color() const;
 

@@ -1,0 +1,87 @@
+// Gains and curves, bit scaling, gamma and the half-size path against numpy on
+// the phase slices (tests/reference/develop_reference.py), on every route.
+#include <cmath>
+#include "develop/ImgBayerToRgb.h"
+#include "support/Fixtures.h"
+#include "support/ReferenceData.h"
+
+namespace qorimg::test {
+namespace {
+
+constexpr int kW = 40, kH = 30;
+
+class Bayer : public CImgBayerToRgb {
+public:
+  using CImgBayerToRgb::ChangeBitImage;
+  using CImgBayerToRgb::GammaCorrect;
+  using CImgBayerToRgb::ToneCurveCorrect;
+};
+
+class DevelopReference : public RouteTest {
+protected:
+  std::unique_ptr<Bayer> Mosaic() const {
+    const std::vector<float> data = ReadReference("mosaic");
+    EXPECT_EQ(data.size(), std::size_t{kW * kH}) << "no reference data in '" << ReferenceDir() << "'";
+    auto image = std::make_unique<Bayer>();
+    image->CopyImage(*MakeImage(kW, kH, 1, [&](int x, int y, int) {
+      return data.empty() ? 0.0f : data[static_cast<std::size_t>(y * kW + x)];
+    }));
+    return image;
+  }
+  // Every sample of `plane` against the reference within `relative`.
+  static void ExpectNear(const CLmrImage &image, int plane, const std::vector<float> &want, double relative,
+                         const std::string &what) {
+    const std::vector<float> got = ReadPlane(image, plane);
+    ASSERT_LE(got.size() * static_cast<std::size_t>(plane + 1), want.size()) << what;
+    for (std::size_t i = 0; i < got.size(); ++i) {
+      const float w = want[i + got.size() * static_cast<std::size_t>(plane)];
+      ASSERT_NEAR(got[i], w, std::abs(w) * relative) << what << " sample " << i;
+    }
+  }
+};
+QORIMG_ALL_ROUTES(DevelopReference);
+
+TEST_P(DevelopReference, ToneCurvesMatchNumpy) {
+  double gains[4] = {1.9, 1.0, 0.7, 2.4};
+  for (int flags = 0; flags < 8; ++flags) {
+    auto img = Mosaic();
+    tagBayerStruct s{};
+    s.nPattern = 1, s.pGain = gains, s.fCurvePower = 1.7;
+    s.bMaker = (flags >> 2) & 1, s.bLevelCut = (flags >> 1) & 1, s.bCurvePower = flags & 1;
+    ASSERT_EQ(img->ToneCurveCorrect(img.get(), 0, &s, 100.0f, 4000.0f), 1);
+    const std::string name = "tone_" + std::to_string(s.bMaker) + std::to_string(s.bLevelCut) +
+                             std::to_string(s.bCurvePower);
+    // Single-precision steps against double: a few units in the last place.
+    ExpectNear(*img, 0, ReadReference(name), 1e-6, name);
+  }
+}
+
+TEST_P(DevelopReference, BitScalingAndGammaMatchNumpy) {
+  auto bits = Mosaic();
+  ASSERT_EQ(bits->ChangeBitImage(bits.get(), 12, 16, 0), 1);
+  ExpectNear(*bits, 0, ReadReference("bits12"), 0, "bits12");  // one rounding of the same double
+  auto ranged = Mosaic();
+  ASSERT_EQ(ranged->ChangeBitImage(ranged.get(), 12, 16, 1), 1);
+  ExpectNear(*ranged, 0, ReadReference("bits_range"), 0, "bits_range");
+  auto gamma = Mosaic();
+  gamma->SetLevel(0, 0.0, 4095.0);
+  tagBayerStruct s{};
+  s.nDstBits = -32, s.fGamma = 2.2;
+  ASSERT_EQ(gamma->GammaCorrect(gamma.get(), &s), 1);
+  ExpectNear(*gamma, 0, ReadReference("gamma"), 1e-6, "gamma");
+}
+
+TEST_P(DevelopReference, HalfSizeMatchesNumpy) {
+  for (int pattern = 1; pattern <= 4; ++pattern)
+    for (int green : {0, 1, 2, 3, 4, -1}) {
+      auto img = Mosaic();
+      tagBayerStruct s{};
+      s.nPattern = pattern, s.nRoundUp = 1, s.nRoundUpGreen = green;
+      ASSERT_EQ(img->Do(s, 0), 1);
+      const std::string name = "roundup_" + std::to_string(pattern) + "_" + std::to_string(green);
+      for (int c = 0; c < 3; ++c) ExpectNear(*img, c, ReadReference(name), 0, name);
+    }
+}
+
+}  // namespace
+}  // namespace qorimg::test
