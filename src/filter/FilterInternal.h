@@ -1,0 +1,48 @@
+// What the filter family shares inside the library: the radius casts and the
+// tonal gate. Not installed.
+#pragma once
+#include <cfloat>
+#include <climits>
+#include <cmath>
+
+class CLmrImage;
+
+namespace qorimg::filter {
+
+// A double radius truncated toward zero; NaN and values outside the int range
+// give INT_MIN, which the callers' "at least 1" then lifts.
+inline int TruncRadius(double v) {
+  if (!(v > -2147483649.0 && v < 2147483648.0)) return INT_MIN;
+  return static_cast<int>(v);
+}
+inline int AtLeastOne(int n) { return n < 1 ? 1 : n; }
+// 2 * trunc(fRadius), at least 1, without overflow.
+inline int DoubledRadius(double fRadius) {
+  const int n = TruncRadius(fRadius);
+  return n > INT_MAX / 2 ? INT_MAX : AtLeastOne(n < 0 ? n : 2 * n);
+}
+
+// The tonal gate of one plane: filtered values fade into the source below the
+// dark threshold and above the highlight threshold.
+struct ToneGate {
+  float darkMin = -FLT_MAX, dark = -FLT_MAX, highlight = FLT_MAX, highlightMax = FLT_MAX;
+  float darkWidth = 0.0f, highlightWidth = 0.0f;
+
+  // The gate for `plane`, from levels on the 0..255 scale and src's levels.
+  static ToneGate Make(const CLmrImage &src, int plane, int bDark, double fDark, double fDarkWidth, int bHighlight,
+                       double fHighlight, double fHighlightWidth);
+  // The filter is asked only inside the outer range.
+  bool Filters(float v) const { return !(v < darkMin || v > highlightMax); }
+  float Apply(float v, float f) const {
+    if (v < darkMin || v > highlightMax) return v;
+    if (v >= dark && v <= highlight) return f;
+    float t;
+    if (v < dark)
+      t = (v - darkMin) / darkWidth;
+    else
+      t = (highlightMax - v) / highlightWidth;
+    return (1.0f - t) * v + t * f;
+  }
+};
+
+}  // namespace qorimg::filter
