@@ -4,10 +4,55 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
-
-class CLmrImage;
+#include <memory>
+#include <vector>
+#include "core/LmrImage.h"
+#include "core/OperatorFrame.h"
 
 namespace qorimg::filter {
+
+// One line of an image kept in memory while it is read or written, released
+// by its own handle (never another thread's locks).
+class LockedLine {
+public:
+  LockedLine(const CLmrImage &image, int x, int y, int plane, bool readOnly)
+      : image_(image),
+        line_(image.GetImageAdr(x, y, plane, readOnly ? CImage::ReadOnlyLock : CImage::WriteLock, &handle_)) {}
+  ~LockedLine() { image_.Unlock(handle_); }
+  LockedLine(const LockedLine &) = delete;
+  LockedLine &operator=(const LockedLine &) = delete;
+  float *get() const { return line_; }
+
+private:
+  const CLmrImage &image_;
+  CVmImage::AddressHandle handle_ = -1;
+  float *line_;
+};
+
+// Scratch lines, one for each thread of the parallel loops, sized once.
+class ThreadLines {
+public:
+  explicit ThreadLines(int width);
+  float *Get() const;
+
+private:
+  mutable std::vector<std::vector<float>> lines_;
+};
+
+// The source an operator reads: `src` itself, or a copy of it when it is the
+// target (the rows a loop writes would otherwise be read by other rows).
+class SourceCopy {
+public:
+  SourceCopy(CLmrImage *src, const CLmrImage &target);
+  CLmrImage *get() const { return src_; }
+
+private:
+  std::unique_ptr<CLmrImage> copy_;
+  CLmrImage *src_;
+};
+
+// Sorts ascending with NaN last.
+inline bool NanLast(float a, float b) { return std::isnan(b) ? !std::isnan(a) : a < b; }
 
 // A double radius truncated toward zero; NaN and values outside the int range
 // give INT_MIN, which the callers' "at least 1" then lifts.

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "core/LmrImage.h"
+#include "filter/FilterInternal.h"
 #include "filter/FilterMatrix.h"
 #include "platform/Exceptions.h"
 #include "sibling/QorSys.h"
@@ -36,22 +37,6 @@ int BlockRow(int v, int height) {
   if (r < 0) r = -r;
   return static_cast<int>(std::clamp<long long>(r, 0, height - 1));
 }
-
-// Keeps one line's block in memory while it is read.
-class LockedLine {
-public:
-  LockedLine(CLmrImage &image, int x, int y, int plane)
-      : image_(image), line_(image.GetImageAdr(x, y, plane, CImage::ReadOnlyLock, &handle_)) {}
-  ~LockedLine() { image_.Unlock(handle_); }
-  LockedLine(const LockedLine &) = delete;
-  LockedLine &operator=(const LockedLine &) = delete;
-  const float *get() const { return line_; }
-
-private:
-  CLmrImage &image_;
-  CVmImage::AddressHandle handle_ = -1;
-  const float *line_;
-};
 
 }  // namespace
 
@@ -133,7 +118,7 @@ float *CFilterProc::Slot(int thread, int virtualRow) {
 }
 
 void CFilterProc::FilterLine(int ringRow, float *out) const {
-  const LockedLine line(*image, 0, ringRow, nPlane);
+  const qorimg::filter::LockedLine line(*image, 0, ringRow, nPlane, true);
   const float *row = line.get();
   const float *f = filter.data();
   const int last = nWidth - 1;
@@ -331,9 +316,7 @@ float *CFilterBlock::GetSorted(const CFilterMatrix *m, int x) {
     for (int i = -q; i <= q; ++i)
       if (m->GetPrm(i, j) == 1.0f) sorted[static_cast<size_t>(nCount++)] = At(nR + j, x + i);
   // Ascending with NaN last, so that a NaN sample cannot break the order.
-  std::sort(sorted.begin(), sorted.begin() + nCount, [](float a, float b) {
-    return std::isnan(b) ? !std::isnan(a) : a < b;
-  });
+  std::sort(sorted.begin(), sorted.begin() + nCount, qorimg::filter::NanLast);
   return sorted.data();
 }
 
