@@ -9,6 +9,11 @@
 //       the same, gated by the source value v: v outside [fDarkThresholdMin,
 //       fHighlightThresholdMax] stays, between the inner thresholds the filter, in
 //       between a linear fade
+//   digital_developing_simple_float(input, weight, nR, fMin, fRange, fStrength, fA, fMul, output)
+//       with b the filter and S = 255 / fRange: u = (b - fMin) S + fA; where u > 0
+//       ((v - fMin) S / u fMul / S + fMin) fStrength + v (1 - fStrength), each
+//       product rounded to float, else v
 #pragma once
 #include "apply_filter_float.h"
 #include "apply_filter_with_threshold_float.h"
+#include "digital_developing_simple_float.h"

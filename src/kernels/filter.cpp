@@ -106,7 +106,41 @@ class ApplyFilterWithThreshold : public Generator<ApplyFilterWithThreshold> {
   Var x{"x"}, y{"y"};
 };
 
+// Digital development: each pixel divided by its blur on the 0..255 scale of
+// the levels (fMin, fRange), mixed with the source by fStrength:
+//   u = (blur - fMin) * S + fA with S = 255 / fRange;
+//   u > 0: ((v - fMin) * S / u * fMul / S + fMin) * fStrength + v * (1 - fStrength), else v.
+class DigitalDevelopingSimple : public Generator<DigitalDevelopingSimple> {
+ public:
+  Input<Buffer<float, 2>> input{"input"};
+  Input<Buffer<float, 1>> weight{"weight"};
+  Input<int> nR{"nR"};
+  Input<float> fMin{"fMin"};
+  Input<float> fRange{"fRange"};
+  Input<double> fStrength{"fStrength"};
+  Input<double> fA{"fA"};
+  Input<double> fMul{"fMul"};
+  Output<Buffer<float, 2>> output{"output"};
+
+  void generate() {
+    SeparableFilter filter(input, weight, nR);
+    const Expr v = input(x, y), scale = 255.0f / fRange;
+    const Expr u = (filter.blurred(x, y) - fMin) * scale + cast<float>(fA);
+    const Expr developed = (v - fMin) * scale / u * cast<float>(fMul) / scale + fMin;
+    const Expr strength = fStrength;
+    const Expr mixed = cast<float>(cast<double>(developed) * strength) +
+                       cast<float>(cast<double>(v) * (Expr(1.0) - strength));
+    output(x, y) = strict_float(select(u > 0.0f, mixed, v));
+
+    filter.ScheduleFor(output, x, y);
+  }
+
+ private:
+  Var x{"x"}, y{"y"};
+};
+
 }  // namespace
 
 HALIDE_REGISTER_GENERATOR(ApplyFilter, apply_filter_float)
+HALIDE_REGISTER_GENERATOR(DigitalDevelopingSimple, digital_developing_simple_float)
 HALIDE_REGISTER_GENERATOR(ApplyFilterWithThreshold, apply_filter_with_threshold_float)
