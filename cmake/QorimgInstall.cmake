@@ -18,6 +18,11 @@ set(QORIMG_PUBLIC_HEADERS
   display/MemoryDIB.h
   display/UniqueDib.h
   display/VmDIB.h
+  filter/FilterMatrix.h
+  filter/FilterProc.h
+  filter/ImgFilter.h
+  filter/ImgFilterBlur.h
+  filter/ImgFilterSpecial.h
   platform/Bitmap.h
   platform/DeviceContext.h
   platform/Diagnostics.h
