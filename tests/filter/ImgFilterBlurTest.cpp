@@ -77,6 +77,28 @@ TEST_P(BlurTest, GaussianRimRuleDependsOnTheRoute) {
   }
 }
 
+TEST_P(BlurTest, GaussianRouteFollowsBothImagesAndRoutesAgreeInside) {
+  if (!PlaneRoute()) return;
+  auto blockSrc = test::MakeImage(MakeManager(StoreKind::Block), 28, 20, 1);
+  auto planeSrc = MakeImage(28, 20, 1);
+  auto mixed = MakeBlur(28, 20, 1), piped = MakeBlur(28, 20, 1), lines = MakeBlur(28, 20, 1);
+  TakeRuns();
+  mixed->GaussianFilter(1.5, blockSrc.get(), nullptr, 0);
+  piped->GaussianFilter(1.5, planeSrc.get(), nullptr, 0);
+  testing::ForceBlockRoute(true);
+  lines->GaussianFilter(1.5, planeSrc.get(), nullptr, 0);
+  testing::ForceBlockRoute(false);
+  const auto runs = TakeRuns();
+  ASSERT_EQ(runs.size(), 3u);
+  EXPECT_EQ(runs[0].chosen, Route::Block) << "a block-stored source keeps the Gaussian on the rings";
+  EXPECT_EQ(runs[1].chosen, Route::Plane);
+  EXPECT_TRUE(SamePixels(*mixed, *lines));
+  // Same weights, same order of sums: inside the rims the routes agree bit for bit.
+  const int r = CFilterMatrix::GetGaussian_nR(1.5);
+  for (int y = r; y < 20 - r; ++y)
+    for (int x = r; x < 28 - r; ++x) ASSERT_EQ(piped->GetPixelGrayRaw(x, y, 0), lines->GetPixelGrayRaw(x, y, 0));
+}
+
 TEST_P(BlurTest, GaussianRectangleAndFallbackAfterAFailedTemporary) {
   auto src = MakeImage(33, 21, 1);
   CFilterMatrix m;
