@@ -8,6 +8,7 @@
 
 #include "BenchSupport.h"
 #include "core/TestHooks.h"
+#include "filter/FilterMatrix.h"
 #include "filter/ImgFilter.h"
 #include "filter/ImgFilterBlur.h"
 #include "filter/ImgFilterSpecial.h"
@@ -135,13 +136,18 @@ void RegisterWindows() {
   Compare("laplacian", "block", "opencv", "opencv_laplacian");
 }
 
-// The plane filter of sigma 10 on the target, then the development.
-void Develop(CLmrImage &t, CLmrImage &s) {
+// The plane filter of sigma 10 that the host makes before a development.
+CImgFilterSpecial &Prepared(CLmrImage &t, CLmrImage &s) {
   auto &dev = static_cast<CImgFilterSpecial &>(t);
   CFilterMatrix m;
   m.MakeGaussian(10.0);
   dev.ClearFilterProc();
   dev.MakeFilterProc(&s, &m, 0, 1);
+  return dev;
+}
+
+void Develop(CLmrImage &t, CLmrImage &s) {
+  CImgFilterSpecial &dev = Prepared(t, s);
   int blur[3] = {0, 1, 2};
   float lo[3] = {0, 0, 0}, range[3] = {65535, 65535, 65535}, a[3] = {20, 20, 20}, mul[3] = {120, 120, 120};
   dev.DigitalDvlpOnly(1, &s, 0.8, blur, lo, range, a, mul, nullptr, 0);
@@ -162,11 +168,7 @@ void RegisterDevelopment() {
     cv::addWeighted(ratio, 0.8, s, 0.2, 0.0, d);
   });
   RegisterOurs<CImgFilterSpecial>("digital_development2.block", false, 1, [](CLmrImage &t, CLmrImage &s) {
-    auto &dev = static_cast<CImgFilterSpecial &>(t);
-    CFilterMatrix m;
-    m.MakeGaussian(10.0);
-    dev.ClearFilterProc();
-    dev.MakeFilterProc(&s, &m, 0, 1);
+    CImgFilterSpecial &dev = Prepared(t, s);
     int blur[3] = {0, 1, 2};
     double gamma[3] = {2.2, 2.2, 2.2};
     float lo[3] = {0, 0, 0}, range[3] = {65535, 65535, 65535}, a[3] = {20, 20, 20}, mul[3] = {120, 120, 120};

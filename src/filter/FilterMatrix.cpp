@@ -104,29 +104,27 @@ int CFilterMatrix::MakeMean(int radius, double fRadius, double fWeight) {
   return 1;
 }
 
-int CFilterMatrix::MakeLaplacian(int radius, double fRadius) {
-  const double r = PrepareDisc(radius, fRadius);
+int CFilterMatrix::MarkAround(double squaredLimit, float value) {
   int count = 0;
   for (int y = -nR, i = 0; y <= nR; ++y)
     for (int x = -nR; x <= nR; ++x, ++i)
-      if ((x != 0 || y != 0) && x * x + y * y <= r) {
-        mtx[i] = -1.0f;
+      if ((x != 0 || y != 0) && x * x + y * y <= squaredLimit) {
+        mtx[i] = value;
         ++count;
       }
+  return count;
+}
+
+int CFilterMatrix::MakeLaplacian(int radius, double fRadius) {
+  // The radius is compared with x^2 + y^2 unsquared.
+  const int count = MarkAround(PrepareDisc(radius, fRadius), -1.0f);
   mtx[nSize / 2] = static_cast<float>(count);
   return 1;
 }
 
 int CFilterMatrix::MakeSharp(double fRadius, double fStrength) {
   const int radius = qorimg::filter::AtLeastOne(qorimg::filter::TruncRadius(fRadius));
-  const double r = PrepareDisc(radius, fRadius);
-  int count = 0;
-  for (int y = -nR, i = 0; y <= nR; ++y)
-    for (int x = -nR; x <= nR; ++x, ++i)
-      if ((x != 0 || y != 0) && x * x + y * y <= r) {
-        mtx[i] = static_cast<float>(-fStrength);
-        ++count;
-      }
+  const int count = MarkAround(PrepareDisc(radius, fRadius), static_cast<float>(-fStrength));
   mtx[nSize / 2] = static_cast<float>(count * fStrength + 1.0);
   Normalize();
   return 1;

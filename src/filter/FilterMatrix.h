@@ -70,6 +70,8 @@ protected:
   long long IndexOf(int x, int y) const;
   // Cleared matrix for a maker whose radius argument -1.0 stands for nR.
   double PrepareDisc(int radius, double fRadius);
+  // `value` in every cell but the centre with x^2 + y^2 <= squaredLimit; the count.
+  int MarkAround(double squaredLimit, float value);
 
   float *mtx = nullptr;
   int nR = 0;

@@ -15,37 +15,44 @@ using qorimg::LineRect;
 using qorimg::filter::LockedLine;
 using qorimg::filter::ToneGate;
 
-// The gate's per-plane arrays; a null array leaves the target untouched.
+// The gate's per-plane arrays, given or filled from one value for all planes;
+// a null array leaves the target untouched.
 struct CImgFilterBlur::Gate {
-  const int *bDark;
-  const double *fDark, *fDarkWidth;
-  const int *bHighlight;
-  const double *fHighlight, *fHighlightWidth;
+  const int *bDark, *bHighlight;
+  const double *fDark, *fDarkWidth, *fHighlight, *fHighlightWidth;
+
+  Gate(const int *dark, const double *darkLevel, const double *darkWidth, const int *highlight,
+       const double *highlightLevel, const double *highlightWidth)
+      : bDark(dark), bHighlight(highlight), fDark(darkLevel), fDarkWidth(darkWidth), fHighlight(highlightLevel),
+        fHighlightWidth(highlightWidth) {}
+  Gate(int dark, double darkLevel, double darkWidth, int highlight, double highlightLevel, double highlightWidth)
+      : Gate(values.dark, values.darkLevel, values.darkWidth, values.highlight, values.highlightLevel,
+             values.highlightWidth) {
+    for (int c = 0; c < 3; ++c) {
+      values.dark[c] = dark;
+      values.darkLevel[c] = darkLevel;
+      values.darkWidth[c] = darkWidth;
+      values.highlight[c] = highlight;
+      values.highlightLevel[c] = highlightLevel;
+      values.highlightWidth[c] = highlightWidth;
+    }
+  }
+  Gate(const Gate &) = delete;
+  Gate &operator=(const Gate &) = delete;
 
   bool Complete() const { return bDark && fDark && fDarkWidth && bHighlight && fHighlight && fHighlightWidth; }
   ToneGate For(const CLmrImage &src, int c) const {
     return ToneGate::Make(src, c, bDark[c], fDark[c], fDarkWidth[c], bHighlight[c], fHighlight[c], fHighlightWidth[c]);
   }
+
+private:
+  struct {
+    int dark[3], highlight[3];
+    double darkLevel[3], darkWidth[3], highlightLevel[3], highlightWidth[3];
+  } values{};
 };
 
 namespace {
-
-// One value for all planes, as the array forms take it.
-struct GateValues {
-  int bDark[3], bHighlight[3];
-  double fDark[3], fDarkWidth[3], fHighlight[3], fHighlightWidth[3];
-  GateValues(int dark, double darkLevel, double darkWidth, int highlight, double highlightLevel,
-             double highlightWidth) {
-    for (int c = 0; c < 3; ++c) {
-      bDark[c] = dark;
-      fDark[c] = darkLevel;
-      fDarkWidth[c] = darkWidth;
-      bHighlight[c] = highlight;
-      fHighlight[c] = highlightLevel;
-      fHighlightWidth[c] = highlightWidth;
-    }
-  }
-};
 
 struct Triple {
   double v[3];
@@ -101,15 +108,14 @@ void CImgFilterBlur::GaussianFilter(double *const fStdDev, CLmrImage *src, CRect
 void CImgFilterBlur::GaussianFilter(double fStdDev, int bDark, double fDark, double fDarkWidth, int bHighlight,
                                     double fHighlight, double fHighlightWidth, CLmrImage *src, CRect *rect,
                                     int bProgress) {
-  const GateValues g(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
-  const Gate gate{g.bDark, g.fDark, g.fDarkWidth, g.bHighlight, g.fHighlight, g.fHighlightWidth};
+  const Gate gate(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
   Gaussian(Triple(fStdDev).v, &gate, src, rect, bProgress);
 }
 
 void CImgFilterBlur::GaussianFilter(double *const fStdDev, int *const bDark, double *const fDark,
                                     double *const fDarkWidth, int *const bHighlight, double *const fHighlight,
                                     double *const fHighlightWidth, CLmrImage *src, CRect *rect, int bProgress) {
-  const Gate gate{bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth};
+  const Gate gate(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
   Gaussian(fStdDev, &gate, src, rect, bProgress);
 }
 
@@ -158,15 +164,14 @@ void CImgFilterBlur::MeanFilter(double *const fRadius, double *const fWeight, CL
 void CImgFilterBlur::MeanFilter(double fRadius, double fWeight, int bDark, double fDark, double fDarkWidth,
                                 int bHighlight, double fHighlight, double fHighlightWidth, CLmrImage *src,
                                 CRect *rect, int bProgress) {
-  const GateValues g(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
-  const Gate gate{g.bDark, g.fDark, g.fDarkWidth, g.bHighlight, g.fHighlight, g.fHighlightWidth};
+  const Gate gate(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
   Mean(Triple(fRadius).v, Triple(fWeight).v, &gate, src, rect, bProgress);
 }
 
 void CImgFilterBlur::MeanFilter(double *const fRadius, double *const fWeight, int *const bDark, double *const fDark,
                                 double *const fDarkWidth, int *const bHighlight, double *const fHighlight,
                                 double *const fHighlightWidth, CLmrImage *src, CRect *rect, int bProgress) {
-  const Gate gate{bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth};
+  const Gate gate(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
   Mean(fRadius, fWeight, &gate, src, rect, bProgress);
 }
 
@@ -222,8 +227,7 @@ void CImgFilterBlur::MeanWithoutEdgeFilter(double *const fRadius, double *const 
 void CImgFilterBlur::MeanWithoutEdgeFilter(double fRadius, double fWeight, int bDark, double fDark,
                                            double fDarkWidth, int bHighlight, double fHighlight,
                                            double fHighlightWidth, CLmrImage *src, CRect *rect, int bProgress) {
-  const GateValues g(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
-  const Gate gate{g.bDark, g.fDark, g.fDarkWidth, g.bHighlight, g.fHighlight, g.fHighlightWidth};
+  const Gate gate(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
   MeanWithoutEdge(Triple(fRadius).v, Triple(fWeight).v, &gate, src, rect, bProgress);
 }
 
@@ -231,7 +235,7 @@ void CImgFilterBlur::MeanWithoutEdgeFilter(double *const fRadius, double *const 
                                            double *const fDark, double *const fDarkWidth, int *const bHighlight,
                                            double *const fHighlight, double *const fHighlightWidth, CLmrImage *src,
                                            CRect *rect, int bProgress) {
-  const Gate gate{bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth};
+  const Gate gate(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
   MeanWithoutEdge(fRadius, fWeight, &gate, src, rect, bProgress);
 }
 
@@ -286,15 +290,14 @@ void CImgFilterBlur::MedianFilter(double *const fRadius, CLmrImage *src, CRect *
 void CImgFilterBlur::MedianFilter(double fRadius, int bDark, double fDark, double fDarkWidth, int bHighlight,
                                   double fHighlight, double fHighlightWidth, CLmrImage *src, CRect *rect,
                                   int bProgress) {
-  const GateValues g(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
-  const Gate gate{g.bDark, g.fDark, g.fDarkWidth, g.bHighlight, g.fHighlight, g.fHighlightWidth};
+  const Gate gate(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
   Median(Triple(fRadius).v, &gate, src, rect, bProgress);
 }
 
 void CImgFilterBlur::MedianFilter(double *const fRadius, int *const bDark, double *const fDark,
                                   double *const fDarkWidth, int *const bHighlight, double *const fHighlight,
                                   double *const fHighlightWidth, CLmrImage *src, CRect *rect, int bProgress) {
-  const Gate gate{bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth};
+  const Gate gate(bDark, fDark, fDarkWidth, bHighlight, fHighlight, fHighlightWidth);
   Median(fRadius, &gate, src, rect, bProgress);
 }
 

@@ -3,9 +3,6 @@
 // store's budget filtered within that budget.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <string>
-
 #include "filter/FilterMatrix.h"
 #include "filter/ImgFilter.h"
 #include "filter/ImgFilterBlur.h"
@@ -13,6 +10,7 @@
 #include "platform/Messages.h"
 #include "platform/StringResources.h"
 #include "support/Fixtures.h"
+#include "support/ProcessStatus.h"
 
 namespace qorimg::test {
 namespace {
@@ -71,14 +69,6 @@ TEST_P(FilterProgressTest, MessagesStepsAndEscape) {
       EXPECT_GT(updates, 0) << op.id;
     EXPECT_NE(holder.GetPixelGrayRaw(29, 19, 0), -1.0f) << op.id << ": ESC stopped the loop";
   }
-}
-
-long StatusKiB(const char *field) {
-  std::ifstream status("/proc/self/status");
-  std::string line;
-  while (std::getline(status, line))
-    if (line.rfind(field, 0) == 0) return std::stol(line.substr(std::string(field).size()));
-  return -1;
 }
 
 // 2048 x 4096 floats (32 MiB) for source and target in a store of 8 MiB.
