@@ -294,6 +294,32 @@ float CFilterBlock::Calc(const CFilterMatrix *m, int x) const {
   return acc;
 }
 
+void CFilterBlock::CalcRow(const CFilterMatrix *m, int x0, int count, float *out) const {
+  const int b = nR;
+  // Pixels whose window lies inside the line take the direct sum, cell by cell
+  // across the row so that it vectorises; each pixel still adds its cells in
+  // row-major order. The rest go through Calc.
+  const int first = std::max(x0, b), end = std::min(x0 + count, nWidth - b);
+  if (m->GetR() != b || first >= end) {
+    for (int i = 0; i < count; ++i) out[i] = Calc(m, x0 + i);
+    return;
+  }
+  for (int x = x0; x < first; ++x) out[x - x0] = Calc(m, x);
+  for (int x = end; x < x0 + count; ++x) out[x - x0] = Calc(m, x);
+  float *inner = out + (first - x0);
+  const int n = end - first;
+  for (int i = 0; i < n; ++i) inner[i] = 0.0f;
+  const float *w = m->GetMtxPtr();
+  for (int j = 0; j <= 2 * b; ++j) {
+    const float *line = rows[static_cast<size_t>(j)] + (first - b - nX);
+    for (int c = 0; c <= 2 * b; ++c, ++w) {
+      const float weight = *w;
+      const float *samples = line + c;
+      for (int i = 0; i < n; ++i) inner[i] += weight * samples[i];
+    }
+  }
+}
+
 float CFilterBlock::CalcClip(const CFilterMatrix *m, int x, float fLow, float fHigh) const {
   const int q = std::min(m->GetR(), nR);
   if (q == 0) return 0.0f;

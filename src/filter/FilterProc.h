@@ -120,6 +120,8 @@ public:
   // Weighted sum of the matrix around (x, centre row); the edge pixel repeats
   // along x and a matrix larger than the window is cut to it.
   float Calc(const CFilterMatrix *m, int x) const;
+  // Calc(m, x0 + i) for i in [0, count) into out, with the same sums.
+  void CalcRow(const CFilterMatrix *m, int x0, int count, float *out) const;
   // The same with every sample clamped into fLow..fHigh first.
   float CalcClip(const CFilterMatrix *m, int x, float fLow, float fHigh) const;
   // The samples under cells equal to 1.0, ascending (NaN last).

@@ -181,6 +181,7 @@ void CImgFilterBlur::Mean(const double *fRadius, const double *fWeight, const Ga
   const BlurFrame frame(*this, src, rect, gate);
   const LineRect &r = frame.rect;
   std::vector<CFilterMatrix> kernels(static_cast<size_t>(frame.planes));
+  const qorimg::filter::ThreadLines scratch(r.Width());
   qorimg::RouteTable routes;
   routes.parallelLines = true;
   if (!gate) {
@@ -203,9 +204,11 @@ void CImgFilterBlur::Mean(const double *fRadius, const double *fWeight, const Ga
       const ToneGate &g = frame.GateOf(p);
       const LockedLine dst(*this, r.left, y, p, false);
       const CFilterBlock block(frame.in(), m.GetR(), 0, y, p, 2);
+      float *f = scratch.Get();
+      block.CalcRow(&m, r.left, r.Width(), f);
       for (int x = r.left; x < r.right; ++x) {
         const float v = block.GetPixel(x, y);
-        dst.get()[x - r.left] = g.Filters(v) ? g.Apply(v, block.Calc(&m, x)) : v;
+        dst.get()[x - r.left] = g.Filters(v) ? g.Apply(v, f[x - r.left]) : v;
       }
     };
   }

@@ -115,9 +115,12 @@ TEST_P(FilterProcTest, WindowReflectsRowsWithoutRepeatAndRepeatsColumns) {
   for (int y = 0; y < 11; ++y) {
     CFilterBlock block(image.get(), 3, 0, y, 0, 2);
     CFilterBlock direct(const_cast<float *>(plane0.data()), 19, 11, 3, 0, y);
+    float row[19];
+    block.CalcRow(&disc, 0, 19, row);
     for (int x = 0; x < 19; ++x) {
       ASSERT_NEAR(block.Calc(&disc, x), expected.at<double>(y, x), 2e-3) << x << ", " << y;
       ASSERT_EQ(block.Calc(&disc, x), direct.Calc(&disc, x));
+      ASSERT_EQ(row[x], block.Calc(&disc, x));
     }
     EXPECT_EQ(block.GetPixel(-1, y), 0.0f);
     EXPECT_EQ(block.GetPixel(0, y + 4), 0.0f);
