@@ -3,6 +3,7 @@
 #pragma once
 #include <cfloat>
 #include <climits>
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <vector>
@@ -29,6 +30,29 @@ private:
   float *line_;
 };
 
+// Lines `rows` of a plane at column x, each locked by its own handle.
+class LockedRows {
+public:
+  template <class Rows>
+  LockedRows(const CLmrImage &image, int x, int plane, const Rows &rows) : image_(image) {
+    for (int row : rows) {
+      handles_.push_back(-1);
+      lines_.push_back(image.GetImageAdr(x, row, plane, CImage::ReadOnlyLock, &handles_.back()));
+    }
+  }
+  ~LockedRows() {
+    for (long long h : handles_) image_.Unlock(h);
+  }
+  LockedRows(const LockedRows &) = delete;
+  LockedRows &operator=(const LockedRows &) = delete;
+  float *const *lines() const { return lines_.data(); }
+
+private:
+  const CLmrImage &image_;
+  std::vector<float *> lines_;
+  std::vector<long long> handles_;
+};
+
 // Scratch lines, one for each thread of the parallel loops, sized once.
 class ThreadLines {
 public:
@@ -53,6 +77,30 @@ private:
 
 // Sorts ascending with NaN last.
 inline bool NanLast(float a, float b) { return std::isnan(b) ? !std::isnan(a) : a < b; }
+
+// Moves the NaN samples of v[0..n) behind the others (keeping one of them in
+// *nan); returns how many are not NaN.
+inline int NumbersFirst(float *v, int n, float *nan) {
+  int numbers = 0;
+  for (int i = 0; i < n; ++i) {
+    if (std::isnan(v[i])) {
+      *nan = v[i];
+      continue;
+    }
+    v[numbers++] = v[i];
+  }
+  for (int i = numbers; i < n; ++i) v[i] = *nan;
+  return numbers;
+}
+
+// Element k of v[0..n) in ascending order with NaN last; v is reordered.
+inline float SelectNanLast(float *v, int n, int k) {
+  float nan = 0.0f;
+  const int numbers = NumbersFirst(v, n, &nan);
+  if (k >= numbers) return nan;
+  std::nth_element(v, v + k, v + numbers);
+  return v[k];
+}
 
 // A double radius truncated toward zero; NaN and values outside the int range
 // give INT_MIN, which the callers' "at least 1" then lifts.

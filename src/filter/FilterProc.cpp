@@ -342,7 +342,9 @@ float *CFilterBlock::GetSorted(const CFilterMatrix *m, int x) {
     for (int i = -q; i <= q; ++i)
       if (m->GetPrm(i, j) == 1.0f) sorted[static_cast<size_t>(nCount++)] = At(nR + j, x + i);
   // Ascending with NaN last, so that a NaN sample cannot break the order.
-  std::sort(sorted.begin(), sorted.begin() + nCount, qorimg::filter::NanLast);
+  float nan = 0.0f;
+  const int numbers = qorimg::filter::NumbersFirst(sorted.data(), nCount, &nan);
+  std::sort(sorted.begin(), sorted.begin() + numbers);
   return sorted.data();
 }
 

@@ -7,6 +7,7 @@
 
 #include "core/OperatorRunner.h"
 #include "filter/FilterInternal.h"
+#include "filter/RankSelect.h"
 
 using qorimg::LineRect;
 
@@ -40,15 +41,13 @@ struct Samples {
   int centre = 0;
 };
 
+const Tap *TapsOf(int code, int &count);
+
 bool Gather(float **rows, int x, int code, int width, Samples &s) {
-  const Tap *taps;
-  int n, radius;
-  switch (code) {
-    case 0: taps = kCross, n = 5, radius = 1; break;
-    case 1: taps = kSquare, n = 9, radius = 1; break;
-    case 2: taps = kRound, n = 21, radius = 2; break;
-    default: return false;
-  }
+  int n;
+  const Tap *taps = TapsOf(code, n);
+  if (!taps) return false;
+  const int radius = code == 2 ? 2 : 1;
   for (int i = 0; i < n; ++i) {
     if (taps[i].dx == 0 && taps[i].dy == 0) s.centre = i;
     s.v[i] = rows[radius + taps[i].dy][ColumnOffset(x, taps[i].dx, width)];
@@ -57,13 +56,13 @@ bool Gather(float **rows, int x, int code, int width, Samples &s) {
   return true;
 }
 
-// The sorted samples in double, NaN last.
-int SortedSamples(float **rows, int x, int code, int width, double *out) {
+// Element `rank` (clamped into the window) of the ascending samples, NaN last;
+// the samples are exact in float, so sorting floats gives what doubles give.
+bool RankOf(float **rows, int x, int code, int width, int rank, float &value) {
   Samples s;
-  if (!Gather(rows, x, code, width, s)) return 0;
-  for (int i = 0; i < s.count; ++i) out[i] = s.v[i];
-  std::sort(out, out + s.count, [](double a, double b) { return std::isnan(b) ? !std::isnan(a) : a < b; });
-  return s.count;
+  if (!Gather(rows, x, code, width, s)) return false;
+  value = qorimg::filter::SelectNanLast(s.v, s.count, std::clamp(rank, 0, s.count - 1));
+  return true;
 }
 
 // Row y - radius + k of the window: above the plane row -r, below it row
@@ -75,27 +74,21 @@ int WindowRow(int y, int radius, int k, int height) {
   return std::clamp(r, 0, std::max(height - 1, 0));
 }
 
-// The window's lines at column x, locked by their own handles.
-class WindowLines {
-public:
-  WindowLines(const CLmrImage &image, int x, int y, int plane, int radius) : image_(image) {
-    for (int k = 0; k <= 2 * radius; ++k)
-      rows_[k] = image.GetImageAdr(x, WindowRow(y, radius, k, image.GetHeight()), plane, CImage::ReadOnlyLock,
-                                   &handles_[k]);
-  }
-  ~WindowLines() {
-    for (long long h : handles_)
-      if (h >= 0) image_.Unlock(h);
-  }
-  WindowLines(const WindowLines &) = delete;
-  WindowLines &operator=(const WindowLines &) = delete;
-  float **rows() { return rows_; }
+// The rows of the window around y.
+std::vector<int> WindowRows(int y, int radius, int height) {
+  std::vector<int> rows;
+  for (int k = 0; k <= 2 * radius; ++k) rows.push_back(WindowRow(y, radius, k, height));
+  return rows;
+}
 
-private:
-  const CLmrImage &image_;
-  float *rows_[5] = {};
-  long long handles_[5] = {-1, -1, -1, -1, -1};
-};
+const Tap *TapsOf(int code, int &count) {
+  switch (code) {
+    case 0: count = 5; return kCross;
+    case 1: count = 9; return kSquare;
+    case 2: count = 21; return kRound;
+    default: count = 0; return nullptr;
+  }
+}
 
 }  // namespace
 
@@ -160,9 +153,9 @@ float CImgFilter::GetMeanRaw(int x, int y, int nWindow, double fWeight, int nPla
 }
 
 float CImgFilter::GetMedianRaw(float **rows, int x, int nWindow) {
-  double sorted[21];
-  const int n = SortedSamples(rows, x, nWindow, GetWidth(), sorted);
-  return n ? static_cast<float>(sorted[n / 2]) : rows[0][0];
+  // Index 2, 4 or 10 of 5, 9 or 21 samples.
+  float v;
+  return RankOf(rows, x, nWindow, GetWidth(), nWindow == 0 ? 2 : nWindow == 1 ? 4 : 10, v) ? v : rows[0][0];
 }
 
 float CImgFilter::GetMedianRaw(int x, int y, int nWindow, int nPlane) {
@@ -172,9 +165,8 @@ float CImgFilter::GetMedianRaw(int x, int y, int nWindow, int nPlane) {
 }
 
 float CImgFilter::GetMinMaxRaw(float **rows, int x, int nWindow, int nRank) {
-  double sorted[21];
-  const int n = SortedSamples(rows, x, nWindow, GetWidth(), sorted);
-  return n ? static_cast<float>(sorted[std::clamp(nRank, 0, n - 1)]) : rows[0][0];
+  float v;
+  return RankOf(rows, x, nWindow, GetWidth(), nRank, v) ? v : rows[0][0];
 }
 
 float CImgFilter::GetLaplacianRaw(float **rows, int x, int nWindow, int nPlane) {
@@ -247,22 +239,39 @@ float CImgFilter::GetLaplacianGray(float **rows, int x, int nWindow, int nPlane)
 
 void CImgFilter::WindowFilter(int id, int nWindow, int radius, CLmrImage *src, CRect *rect, int bProgress,
                               int firstPlane, int planeCount, const std::function<float(float **rows, int x)> &pixel,
-                              bool parallel) {
+                              int rank) {
   const LineRect r = qorimg::ClipRect(*this, rect);
   const int planesRead = firstPlane + planeCount;
   if (firstPlane < 0) AfxThrowInvalidArgException();
   qorimg::CheckBoundImages({{this, planesRead}, {src, planesRead}}, r);
   const qorimg::filter::SourceCopy source(src, *this);
+  // Rank filters take four pixels at a time through a sorting network where
+  // every tap of the window stays inside the line (columns 2 .. width - 3).
+  int count = 0;
+  const Tap *taps = rank >= 0 ? TapsOf(nWindow, count) : nullptr;
+  const qorimg::filter::RankNetwork network(std::max(count, 1));
+  const int vectorFirst = std::max(r.left, 2), vectorEnd = std::min(r.right, GetWidth() - 2);
   qorimg::RouteTable routes;
-  routes.parallelLines = parallel;
+  routes.parallelLines = true;
   routes.line = [&](int p, int y) {
     const qorimg::filter::LockedLine dst(*this, r.left, y, p, false);
-    WindowLines window(*source.get(), r.left, y, p, radius);
-    float **rows = window.rows();
-    for (int x = r.left; x < r.right; ++x) {
-      dst.get()[x - r.left] = pixel(rows, x);
-      for (int k = 0; k <= 2 * radius; ++k) ++rows[k];
+    const qorimg::filter::LockedRows window(*source.get(), r.left, p, WindowRows(y, radius, GetHeight()));
+    float *at[5];
+    auto scalar = [&](int x) {
+      for (int k = 0; k <= 2 * radius; ++k) at[k] = window.lines()[k] + (x - r.left);
+      dst.get()[x - r.left] = pixel(at, x);
+    };
+    int x = r.left;
+    if (taps) {
+      for (; x < vectorFirst; ++x) scalar(x);
+      __m128 v[32];
+      for (; x + 4 <= vectorEnd; x += 4) {
+        for (int i = 0; i < count; ++i)
+          v[i] = _mm_loadu_ps(window.lines()[radius + taps[i].dy] + (x - r.left) + taps[i].dx);
+        network.Select(v, std::clamp(rank, 0, count - 1), dst.get() + (x - r.left));
+      }
     }
+    for (; x < r.right; ++x) scalar(x);
   };
   qorimg::RunOperator({*this, bProgress, id, r.Height() * GetPlanes(), r, {firstPlane, planeCount}},
                       {{this, planesRead}, {source.get(), planesRead}}, routes);
@@ -270,18 +279,19 @@ void CImgFilter::WindowFilter(int id, int nWindow, int radius, CLmrImage *src, C
 
 void CImgFilter::MedianFilter(int nWindow, CLmrImage *src, CRect *rect, int bProgress) {
   WindowFilter(6120, nWindow, GetMedianR(nWindow), src, rect, bProgress, 0, GetPlanes(),
-               [&](float **rows, int x) { return GetMedianRaw(rows, x, nWindow); }, true);
+               [&](float **rows, int x) { return GetMedianRaw(rows, x, nWindow); },
+               nWindow == 0 ? 2 : nWindow == 1 ? 4 : 10);
 }
 
 void CImgFilter::MinMaxFilter(int nWindow, int nRank, CLmrImage *src, CRect *rect, int bProgress) {
   WindowFilter(6153, nWindow, GetMinMaxR(nWindow), src, rect, bProgress, 0, GetPlanes(),
-               [&](float **rows, int x) { return GetMinMaxRaw(rows, x, nWindow, nRank); }, true);
+               [&](float **rows, int x) { return GetMinMaxRaw(rows, x, nWindow, nRank); }, nRank);
 }
 
 void CImgFilter::LaplacianFilter(int nWindow, CLmrImage *src, CRect *rect, int bProgress) {
   // A window of radius 1 for every code, and plane 0's level minimum for all planes.
   WindowFilter(6143, nWindow, 1, src, rect, bProgress, 0, GetPlanes(),
-               [&](float **rows, int x) { return GetLaplacianRaw(rows, x, nWindow, 0); }, true);
+               [&](float **rows, int x) { return GetLaplacianRaw(rows, x, nWindow, 0); }, -1);
 }
 
 void CImgFilter::UnSharpMask(double fAmount, int nWindow, double fWeight, double fThreshold, CLmrImage *src,
@@ -305,7 +315,7 @@ void CImgFilter::UnSharpMaskPlanes(double fAmount, int nWindow, double fWeight, 
         return std::fabs(plain / c - 1.0) >= fThreshold ? static_cast<float>((c - m) * fAmount + c)
                                                          : static_cast<float>(c);
       },
-      true);
+      -1);
 }
 
 // ---- Work images ----

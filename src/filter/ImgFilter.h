@@ -73,7 +73,7 @@ protected:
 
 private:
   void WindowFilter(int id, int nWindow, int radius, CLmrImage *src, CRect *rect, int bProgress, int firstPlane,
-                    int planeCount, const std::function<float(float **rows, int x)> &pixel, bool parallel);
+                    int planeCount, const std::function<float(float **rows, int x)> &pixel, int rank);
   void UnSharpMaskPlanes(double fAmount, int nWindow, double fWeight, double fThreshold, CLmrImage *src,
                          int firstPlane, int planeCount, CRect *rect, int bProgress);
   CLmrImage *MakeWork(int nR, int bProgress, bool development);

@@ -9,6 +9,7 @@
 #include "core/OperatorRunner.h"
 #include "filter/FilterInternal.h"
 #include "filter/FilterMatrix.h"
+#include "filter/RankSelect.h"
 #include "kernels/Filter.h"
 
 using qorimg::LineRect;
@@ -90,6 +91,22 @@ struct BlurFrame {
 };
 
 int RadiusOf(double fRadius) { return qorimg::filter::AtLeastOne(qorimg::filter::TruncRadius(fRadius)); }
+
+struct Offset {
+  int dx, dy;
+};
+
+// The upper median of the disc's samples that lie inside the plane (the
+// window shrinks at the rim); `pixel` when the disc selects none (a NaN radius).
+float MedianOfDisc(const CFilterBlock &block, const std::vector<Offset> &disc, int x, int y, int width, int height,
+                   float *samples, float pixel) {
+  int n = 0;
+  for (const Offset &o : disc) {
+    const int sx = x + o.dx, sy = y + o.dy;
+    if (sx >= 0 && sx < width && sy >= 0 && sy < height) samples[n++] = block.GetPixel(sx, sy);
+  }
+  return n == 0 ? pixel : qorimg::filter::SelectNanLast(samples, n, n / 2);
+}
 
 }  // namespace
 
@@ -308,9 +325,6 @@ void CImgFilterBlur::Median(const double *fRadius, const Gate *gate, CLmrImage *
   if (!fRadius || (gate && !gate->Complete())) return;
   const BlurFrame frame(*this, src, rect, gate);
   const LineRect &r = frame.rect;
-  struct Offset {
-    int dx, dy;
-  };
   std::vector<std::vector<Offset>> discs(static_cast<size_t>(frame.planes));
   std::vector<int> radii(static_cast<size_t>(frame.planes));
   size_t largest = 1;
@@ -327,35 +341,45 @@ void CImgFilterBlur::Median(const double *fRadius, const Gate *gate, CLmrImage *
   }
   const qorimg::filter::ThreadLines scratch(static_cast<int>(std::min<size_t>(largest, INT_MAX)));
   const int width = GetWidth(), height = GetHeight();
+  // Where the whole disc lies inside the plane (and it is not too large), four
+  // pixels at a time go through a sorting network.
+  std::vector<std::unique_ptr<qorimg::filter::RankNetwork>> networks(static_cast<size_t>(frame.planes));
+  for (int c = 0; c < frame.planes; ++c) {
+    const size_t n = discs[static_cast<size_t>(c)].size();
+    if (n > 0 && n <= static_cast<size_t>(qorimg::filter::RankNetwork::kMaxCount))
+      networks[static_cast<size_t>(c)] = std::make_unique<qorimg::filter::RankNetwork>(static_cast<int>(n));
+  }
   qorimg::RouteTable routes;
   routes.parallelLines = true;
   routes.line = [&](int p, int y) {
     const std::vector<Offset> &disc = discs[static_cast<size_t>(p)];
+    const int radius = radii[static_cast<size_t>(p)];
     const ToneGate &g = frame.GateOf(p);
     float *samples = scratch.Get();
     const LockedLine dst(*this, r.left, y, p, false);
-    const CFilterBlock block(frame.in(), radii[static_cast<size_t>(p)], 0, y, p, 2);
-    for (int x = r.left; x < r.right; ++x) {
+    const CFilterBlock block(frame.in(), radius, 0, y, p, 2);
+    auto finish = [&](int x, float median) {
       const float v = block.GetPixel(x, y);
-      float &out = dst.get()[x - r.left];
-      if (gate && !g.Filters(v)) {
-        out = v;
-        continue;
+      dst.get()[x - r.left] = gate ? (g.Filters(v) ? g.Apply(v, median) : v) : median;
+    };
+    int x = r.left;
+    const qorimg::filter::RankNetwork *network = networks[static_cast<size_t>(p)].get();
+    if (network && y - radius >= 0 && y + radius < height) {
+      std::vector<int> rows;
+      for (int k = y - radius; k <= y + radius; ++k) rows.push_back(k);
+      const qorimg::filter::LockedRows lines(*frame.in(), 0, p, rows);
+      const int first = std::max(r.left, radius), end = std::min(r.right, width - radius);
+      for (; x < first; ++x) finish(x, MedianOfDisc(block, disc, x, y, width, height, samples, block.GetPixel(x, y)));
+      __m128 v[qorimg::filter::RankNetwork::kMaxCount];
+      float medians[4];
+      for (; x + 4 <= end; x += 4) {
+        for (size_t i = 0; i < disc.size(); ++i)
+          v[i] = _mm_loadu_ps(lines.lines()[disc[i].dy + radius] + x + disc[i].dx);
+        network->Select(v, network->Count() / 2, medians);
+        for (int l = 0; l < 4; ++l) finish(x + l, medians[l]);
       }
-      // Offsets outside the plane are skipped: the window shrinks at the rim.
-      int n = 0;
-      for (const Offset &o : disc) {
-        const int sx = x + o.dx, sy = y + o.dy;
-        if (sx >= 0 && sx < width && sy >= 0 && sy < height) samples[n++] = block.GetPixel(sx, sy);
-      }
-      // A radius that selects no offset (NaN) has no median: the pixel stays.
-      if (n == 0) {
-        out = v;
-        continue;
-      }
-      std::nth_element(samples, samples + n / 2, samples + n, qorimg::filter::NanLast);
-      out = gate ? g.Apply(v, samples[n / 2]) : samples[n / 2];
     }
+    for (; x < r.right; ++x) finish(x, MedianOfDisc(block, disc, x, y, width, height, samples, block.GetPixel(x, y)));
   };
   frame.Run(*this, bProgress, 6120, routes);
 }

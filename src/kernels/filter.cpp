@@ -12,7 +12,9 @@ namespace {
 using namespace Halide;
 using qorimg::kernels::generators::kVectorLanes;
 
-// Rows per parallel strip: the intermediate of a strip holds 2nR more rows.
+// Rows per parallel strip: at least this many, and eight times the radius, so
+// that the 2nR rows of halo that a strip filters along x as well stay a
+// quarter of its work or less.
 constexpr int kStripRows = 32;
 
 // The blur of `input` with `weight` (2nR+1 taps) and its schedule.
@@ -30,9 +32,9 @@ class SeparableFilter {
 
   // Strips of rows in parallel; the mirrored source and the intermediate of a
   // strip are made inside it, each tap's pass runs along x in vectors.
-  void ScheduleFor(Func output, const Var &ox, const Var &oy) {
+  void ScheduleFor(Func output, const Var &ox, const Var &oy, const Expr &nR) {
     const Var strip("strip"), row("row");
-    output.split(oy, strip, row, kStripRows, TailStrategy::GuardWithIf)
+    output.split(oy, strip, row, max(kStripRows, 8 * nR), TailStrategy::GuardWithIf)
         .parallel(strip)
         .vectorize(ox, kVectorLanes, TailStrategy::GuardWithIf);
     mirrored.compute_at(output, strip).vectorize(mirrored.args()[0], kVectorLanes, TailStrategy::GuardWithIf);
@@ -62,7 +64,7 @@ class ApplyFilter : public Generator<ApplyFilter> {
     SeparableFilter filter(input, weight, nR);
     output(x, y) = filter.blurred(x, y);
 
-    filter.ScheduleFor(output, x, y);
+    filter.ScheduleFor(output, x, y, nR);
   }
 
  private:
@@ -99,7 +101,7 @@ class ApplyFilterWithThreshold : public Generator<ApplyFilterWithThreshold> {
     output(x, y) = Gate(input(x, y), filter.blurred(x, y), fDarkThreshold, fDarkThresholdMin, fHighlightThreshold,
                         fHighlightThresholdMax);
 
-    filter.ScheduleFor(output, x, y);
+    filter.ScheduleFor(output, x, y, nR);
   }
 
  private:
@@ -132,7 +134,7 @@ class DigitalDevelopingSimple : public Generator<DigitalDevelopingSimple> {
                        cast<float>(cast<double>(v) * (Expr(1.0) - strength));
     output(x, y) = strict_float(select(u > 0.0f, mixed, v));
 
-    filter.ScheduleFor(output, x, y);
+    filter.ScheduleFor(output, x, y, nR);
   }
 
  private:

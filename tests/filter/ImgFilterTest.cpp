@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "FilterReference.h"
 #include "filter/ImgFilter.h"
@@ -81,6 +83,26 @@ TEST_P(WindowTest, MedianRankAndLaplacianMatchOpenCv) {
   auto flat = MakeImage(21, 15, 3, [](int, int, int) { return 5.0f; });
   f->MedianFilter(2, flat.get(), nullptr, 0);
   EXPECT_TRUE(SamePixels(*f, *flat));
+}
+
+TEST_P(WindowTest, RankNetworksAgreeWithSortingWithNaNLast) {
+  auto src = MakeImage(23, 9, 1);
+  src->SetPixelGrayRaw(10, 4, std::nanf(""), 0);
+  src->SetPixelGrayRaw(11, 4, -INFINITY, 0);
+  auto f = MakeFilter(23, 9, 1);
+  const int rounds[21][2] = {{-2, -1}, {-2, 0}, {-2, 1}, {-1, -2}, {-1, -1}, {-1, 0}, {-1, 1}, {-1, 2}, {0, -2}, {0, -1}, {0, 0},
+                             {0, 1},   {0, 2},  {1, -2}, {1, -1}, {1, 0},   {1, 1},   {1, 2},  {2, -1}, {2, 0},  {2, 1}};
+  for (int rank : {0, 10, 20}) {
+    f->MinMaxFilter(2, rank, src.get(), nullptr, 0);
+    for (int y = 2; y < 7; ++y)
+      for (int x = 2; x < 21; ++x) {
+        std::vector<float> s;
+        for (const auto &o : rounds) s.push_back(src->GetPixelGrayRaw(x + o[1], y + o[0], 0));
+        std::sort(s.begin(), s.end(), [](float a, float b) { return std::isnan(b) ? !std::isnan(a) : a < b; });
+        const float got = f->GetPixelGrayRaw(x, y, 0);
+        ASSERT_TRUE(got == s[rank] || (std::isnan(got) && std::isnan(s[rank]))) << rank << " at " << x << ", " << y;
+      }
+  }
 }
 
 TEST_P(WindowTest, UnsharpMaskSkipsFlatAreas) {
