@@ -8,6 +8,7 @@
 #include "filter/FilterInternal.h"
 #include "filter/FilterMatrix.h"
 #include "kernels/Filter.h"
+#include "sibling/QorSys.h"
 
 using qorimg::LineRect;
 
@@ -84,13 +85,14 @@ void CImgFilterSpecial::Develop(Writer kind, int bDevelop, const double *fGamma,
   const qorimg::filter::SourceCopy source(src, *this);
   CLmrImage *in = source.get();
   CFilterProc *procs[3] = {&FilterProc.Proc(0), &FilterProc.Proc(1), &FilterProc.Proc(2)};
+  // Filters made on the source that is also the target read its copy instead,
+  // and filters with fewer rings than the loop has threads get their rings.
   std::unique_ptr<CFilterProc> rebuilt[3];
-  if (in != src)
-    for (int k = 0; k < 3 && k < planes; ++k) {
-      if (procs[k]->IsEmpty()) continue;
-      rebuilt[k] = RebuiltOn(*procs[k], *in);
-      procs[k] = rebuilt[k].get();
-    }
+  for (int k = 0; k < 3 && k < planes; ++k) {
+    if (procs[k]->IsEmpty() || (in == src && procs[k]->GetThreads() >= CParallel::GetMaxThreads())) continue;
+    rebuilt[k] = RebuiltOn(*procs[k], *in);
+    procs[k] = rebuilt[k].get();
+  }
 
   float S[3] = {1, 1, 1}, L[3] = {0, 0, 0}, p[3] = {1, 1, 1};
   for (int c = 0; c < planes && c < 3; ++c) {
