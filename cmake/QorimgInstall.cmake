@@ -29,6 +29,11 @@ set(QORIMG_PUBLIC_HEADERS
   display/UniqueDib.h
   display/VmDIB.h
   platform/Array.h
+  filter/FilterMatrix.h
+  filter/FilterProc.h
+  filter/ImgFilter.h
+  filter/ImgFilterBlur.h
+  filter/ImgFilterSpecial.h
   platform/Bitmap.h
   platform/DeviceContext.h
   platform/Diagnostics.h

@@ -11,6 +11,7 @@
 #include <memory>
 #include "Export.h"
 #include "core/FPoint.h"
+#include "filter/FilterProc.h"
 #include "platform/Geometry.h"
 #include "platform/String.h"
 #include "platform/WinTypes.h"
@@ -250,6 +251,21 @@ public:
   int DarkFlat(CLmrImage *pSrc, CLmrImage *pDark, CLmrImage *pFlat, float *pFlatMin, float *pFlatMax,
                float *pFlatAvr, float fOffset, double fGamma, CRect *rect, int bProgress);
   // ---- end Calibration ----
+  // ---- Filter processing (filter/LmrImageFilterProc.cpp) ----
+  // The image's own three plane filters (current one selected by
+  // SetFilterProcPln) and six further sets, nEx 0..5, each built on a source
+  // image with a kernel. Make keeps a filter that exists: call ClearFilterProc
+  // before changing kernels. Copies of an image start with none.
+  int MakeFilterProc(CLmrImage *src, CFilterMatrix *m, int nPlane, int bNormalize);
+  void SetFilterProcPln(int nPlane);
+  float CalcFilterProc(int x, int y);
+  float CalcFilterProc(int x, int y, int nPlane);
+  int MakeFilterProcEx(int nEx, CLmrImage *src, CFilterMatrix *m, int nPlane, int bNormalize);
+  void SetFilterProcPlnEx(int nEx, int nPlane);
+  float CalcFilterProcEx(int nEx, int x, int y);
+  float CalcFilterProcEx(int nEx, int x, int y, int nPlane);
+  void ClearFilterProc();
+  // ---- end Filter processing ----
 
   // ---- Display (display/ImageGetDib.cpp, display/ImageToDib.cpp) ----
   // A device-independent bitmap in movable global memory, returned unlocked:
@@ -326,4 +342,6 @@ protected:
   std::atomic<int> ProgressNext{0};
   CString RegKey;
   float *DirectImage[3] = {nullptr, nullptr, nullptr};
+  CFilterProcEx FilterProc;
+  CFilterProcEx FilterProcEx[6];
 };

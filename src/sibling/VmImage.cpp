@@ -3,6 +3,8 @@
 #include <cstring>
 #include <limits>
 
+#include <omp.h>
+
 #include "sibling/ProgressStepsInternal.h"
 
 namespace {
@@ -50,7 +52,7 @@ CVmImage::CVmImage(CVmImage &source, const std::shared_ptr<lumora::Progress> &pr
 }
 
 CVmImage::~CVmImage() {
-  ReleaseLocks();
+  ReleaseLocks(false);
   if (std::shared_ptr<CVmManager> manager = VmHandle->VmManager()) manager->Release(*VmHandle);
 }
 
@@ -102,7 +104,7 @@ unsigned char *CVmImage::GetImageAdr(long long x, long long y, long long plane, 
   unsigned char *data = manager->LockBlock(VmHandle, block, readOnly);
   try {
     std::lock_guard<std::mutex> guard(LockMutex);
-    ++LockCounts[block];
+    ++LockCounts[std::this_thread::get_id()][block];
   } catch (...) {
     manager->UnlockBlock(*VmHandle, block);
     throw;
@@ -115,20 +117,36 @@ bool CVmImage::Unlock(const AddressHandle &handle) {
   if (handle < 0) return false;
   std::shared_ptr<CVmManager> manager = VmHandle->VmManager();
   std::lock_guard<std::mutex> guard(LockMutex);
-  auto it = LockCounts.find(handle);
-  if (it == LockCounts.end()) return false;
-  if (--it->second == 0) LockCounts.erase(it);
+  // The calling thread's lock on the block first, else another thread's.
+  auto own = LockCounts.find(std::this_thread::get_id());
+  auto holder = own != LockCounts.end() && own->second.count(handle) ? own : LockCounts.end();
+  for (auto it = LockCounts.begin(); holder == LockCounts.end() && it != LockCounts.end(); ++it)
+    if (it->second.count(handle)) holder = it;
+  if (holder == LockCounts.end()) return false;
+  auto block = holder->second.find(handle);
+  if (--block->second == 0) holder->second.erase(block);
+  if (holder->second.empty()) LockCounts.erase(holder);
   if (manager) manager->UnlockBlock(*VmHandle, handle);
   return true;
 }
 
-void CVmImage::UnlockAll() { ReleaseLocks(); }
+void CVmImage::UnlockAll() { ReleaseLocks(omp_in_parallel() != 0); }
 
-void CVmImage::ReleaseLocks() {
+void CVmImage::ReleaseLocks(bool callingThreadOnly) {
   std::unordered_map<long long, long long> held;
   {
     std::lock_guard<std::mutex> guard(LockMutex);
-    held.swap(LockCounts);
+    if (callingThreadOnly) {
+      auto own = LockCounts.find(std::this_thread::get_id());
+      if (own != LockCounts.end()) {
+        held.swap(own->second);
+        LockCounts.erase(own);
+      }
+    } else {
+      for (auto &[thread, blocks] : LockCounts)
+        for (const auto &[block, count] : blocks) held[block] += count;
+      LockCounts.clear();
+    }
   }
   if (held.empty()) return;
   std::shared_ptr<CVmManager> manager = VmHandle->VmManager();

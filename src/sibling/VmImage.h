@@ -3,6 +3,7 @@
 #pragma once
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <tuple>
 #include <unordered_map>
 #include <vector>
@@ -28,7 +29,9 @@ public:
   // Address of sample (x, y) of `plane`. The samples of a line are contiguous.
   // `lock` keeps the block in memory until Unlock(*handle), or UnlockAll() when no
   // handle is given; without it the address is good while the calling thread's
-  // recent window holds the block.
+  // recent window holds the block. Locks are recorded for the thread that took
+  // them: inside a parallel region UnlockAll releases only the calling
+  // thread's, outside it releases every thread's.
   unsigned char *GetImageAdr(long long x, long long y, long long plane, bool readOnly, bool lock,
                              AddressHandle *handle);
   bool Unlock(const AddressHandle &handle);
@@ -76,7 +79,7 @@ protected:
 
 private:
   void Allocate(const std::shared_ptr<CVmManager> &manager);
-  void ReleaseLocks();
+  void ReleaseLocks(bool callingThreadOnly);
 
   // Images share their manager: it lives as long as any image made with it.
   std::shared_ptr<CVmManager> Owner;
@@ -84,5 +87,6 @@ private:
   // address is found without asking the manager.
   std::vector<unsigned char *> PlaneBase;
   std::mutex LockMutex;
-  std::unordered_map<long long, long long> LockCounts;  // block -> locks this image holds
+  // thread -> block -> locks that thread holds on this image
+  std::unordered_map<std::thread::id, std::unordered_map<long long, long long>> LockCounts;
 };

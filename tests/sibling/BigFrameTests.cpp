@@ -13,8 +13,11 @@
 #include <string>
 
 #include "sibling/VmImage.h"
+#include "support/ProcessStatus.h"
 
 namespace {
+
+using qorimg::test::StatusKiB;
 
 constexpr std::size_t kMiB = 1024 * 1024;
 constexpr std::size_t kBudget = 4 * kMiB;
@@ -28,15 +31,6 @@ float ValueA(int x, int y) { return static_cast<float>((x + 3 * y) % 4096); }
 float ValueB(int x, int y) { return static_cast<float>((x * 7 + y) % 1000) * 0.5f; }
 double ExpectedC(int x, int y) {
   return double{ValueA(x, y - 1)} + ValueA(x, y) + ValueA(x, y + 1) - ValueB(x, y - 1) + 2.0 * ValueB(x, y + 1);
-}
-
-// kB figures of /proc/self/status.
-long StatusKiB(const char *field) {
-  std::ifstream status("/proc/self/status");
-  std::string line;
-  while (std::getline(status, line))
-    if (line.rfind(field, 0) == 0) return std::stol(line.substr(std::string(field).size()));
-  return -1;
 }
 
 // Resets VmHWM to the current RSS (Linux 4.0 on); false where not allowed.

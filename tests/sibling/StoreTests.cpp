@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <latch>
+#include <omp.h>
 #include <thread>
 #include <vector>
 
@@ -132,6 +133,29 @@ TEST_P(StoreTest, LocksAreReleasedOneByOneOrAllTogether) {
   image.UnlockAll();
   EXPECT_FALSE(image.Unlock(second));
   image.UnlockAll();  // nothing outstanding: harmless
+}
+
+TEST_P(StoreTest, UnlockAllInAParallelLoopReleasesOnlyTheCallersLocks) {
+  CVmImage image(Manager, 32, 64, 40, 1, nullptr);
+  CVmImage::AddressHandle held = -1;
+  bool kept = false;
+#pragma omp parallel num_threads(2)
+  {
+    if (omp_get_thread_num() == 0) image.GetImageAdr(0, 0, 0, true, true, &held);
+#pragma omp barrier
+    if (omp_get_thread_num() == 1) image.UnlockAll();
+#pragma omp barrier
+    if (omp_get_thread_num() == 0) kept = image.Unlock(held);
+  }
+  // A team of one thread is not a parallel region: nothing can be kept then.
+  if (omp_get_max_threads() > 1) EXPECT_TRUE(kept) << "another thread's UnlockAll dropped the lock";
+  // Outside a loop every thread's locks go.
+#pragma omp parallel num_threads(2)
+  {
+    if (omp_get_thread_num() == 1) image.GetImageAdr(0, 0, 0, true, true, &held);
+  }
+  image.UnlockAll();
+  EXPECT_FALSE(image.Unlock(held));
 }
 
 TEST_P(StoreTest, ImagesKeepTheirManagerAlive) {
