@@ -9,6 +9,8 @@ include(CMakePackageConfigHelpers)
 set(QORIMG_PUBLIC_HEADERS
   qorimg.h
   Export.h
+  composite/ImgComposit.h
+  composite/ImgMedianComposit.h
   core/FPoint.h
   core/ImgCalculation.h
   core/LmrImage.h

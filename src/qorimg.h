@@ -3,6 +3,8 @@
 // by CreateWholePlaneManager() or CreateBlockManager(), the operators, the
 // display bitmaps that show them, and the exceptions the calls may throw.
 #pragma once
+#include "composite/ImgComposit.h"
+#include "composite/ImgMedianComposit.h"
 #include "core/ImgCalculation.h"
 #include "core/LmrImage.h"
 #include "display/BaseDIB.h"

@@ -31,19 +31,6 @@ constexpr double kMinStart = 3.4028234663852886e38;   // the largest float
 // A shift kept where integer arithmetic on it stays inside int32.
 std::int32_t ShiftToInt(double v) { return static_cast<std::int32_t>(std::clamp(v, -1073741824.0, 1073741824.0)); }
 
-using RotatePipeline = int (*)(halide_buffer_t *, float, float, float, float, float, float, float, halide_buffer_t *);
-
-RotatePipeline RotatePipelineOf(int nInterp) {
-  switch (nInterp) {
-    case CInterp::BilinearMethod: return rotate_bilinear_float;
-    case CInterp::BicubicMethod: return rotate_bicubic_float;
-    case CInterp::Lanczos2Method: return rotate_lanczos2_float;
-    case CInterp::Lanczos3Method: return rotate_lanczos3_float;
-    case CInterp::NearestMethod: return rotate_nearest_float;
-    default: return nullptr;
-  }
-}
-
 // The median of n sorted values: the middle one, or the two middle ones added
 // in float and halved in double.
 double SortedMedian(const float *v, int n) {
@@ -211,7 +198,7 @@ void CImgMedianComposit::StoreOnPlanes(CLineData &entry, CLmrImage &frame, int k
       case qorimg::composite::Rotation: {
         const float sx = static_cast<float>(-dx), sy = static_cast<float>(top - dy);
         const float fc = static_cast<float>(c), fs = static_cast<float>(s);
-        if (RotatePipeline pipeline = RotatePipelineOf(nInterp))
+        if (auto pipeline = qorimg::geometry::RotatePipelineOf(nInterp))
           k::CheckPipeline(pipeline(input, sx, sy, cx, cy, fc, fs, 0.0f, valueTemp));
         k::CheckPipeline(rotate_mask(fw, fh, sx, sy, cx, cy, fc, fs, maskTemp));
         break;
