@@ -10,6 +10,8 @@ set(QORIMG_PUBLIC_HEADERS
   qorimg.h
   Export.h
   calibrate/ImgDark.h
+  composite/ImgComposit.h
+  composite/ImgMedianComposit.h
   core/FPoint.h
   develop/ImgBayerToRgb.h
   core/ImgCalculation.h

@@ -4,6 +4,8 @@
 // display bitmaps that show them, and the exceptions the calls may throw.
 #pragma once
 #include "calibrate/ImgDark.h"
+#include "composite/ImgComposit.h"
+#include "composite/ImgMedianComposit.h"
 #include "core/ImgCalculation.h"
 #include "core/LmrImage.h"
 #include "develop/ImgBayerToRgb.h"

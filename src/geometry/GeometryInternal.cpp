@@ -1,6 +1,8 @@
 #include "geometry/GeometryInternal.h"
 
 #include <new>
+#include "geometry/Interp.h"
+#include "kernels/Geometry.h"
 #include "platform/Exceptions.h"
 #include "sibling/QorSys.h"
 
@@ -48,6 +50,17 @@ void MakeLikeSourceIfEmpty(CLmrImage &target, const CLmrImage *src, int bProgres
   if (!target.IsEmpty() || !src) return;
   CheckSource(src, src->GetPlanes());
   if (!ResizeLike(target, *src, src->GetWidth(), src->GetHeight(), bProgress)) AfxThrowMemoryException();
+}
+
+RotatePipeline RotatePipelineOf(int nMethod) {
+  switch (nMethod) {
+    case CInterp::BilinearMethod: return rotate_bilinear_float;
+    case CInterp::BicubicMethod: return rotate_bicubic_float;
+    case CInterp::Lanczos2Method: return rotate_lanczos2_float;
+    case CInterp::Lanczos3Method: return rotate_lanczos3_float;
+    case CInterp::NearestMethod: return rotate_nearest_float;
+    default: return nullptr;
+  }
 }
 
 LineScratch::LineScratch(int count) : count_(count), lines_(static_cast<std::size_t>(CParallel::GetMaxThreads())) {}

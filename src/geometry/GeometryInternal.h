@@ -4,6 +4,7 @@
 #pragma once
 #include <memory>
 #include <vector>
+#include <HalideRuntime.h>
 #include "core/LmrImage.h"
 #include "core/OperatorFrame.h"
 
@@ -43,6 +44,11 @@ private:
   std::unique_ptr<CLmrImage> copy_;
   CLmrImage *image_;
 };
+
+// The rotate pipeline of an interpolation method (kernels/Geometry.h); null
+// for an unknown method.
+using RotatePipeline = int (*)(halide_buffer_t *, float, float, float, float, float, float, float, halide_buffer_t *);
+RotatePipeline RotatePipelineOf(int nMethod);
 
 // One line of `count` floats for each thread of the parallel loops.
 class LineScratch {

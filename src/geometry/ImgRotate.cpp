@@ -54,19 +54,6 @@ float FillValue(const CLmrImage &src, unsigned long crFill) {
   return static_cast<float>(level / 255.0 * src.GetLevelRange(0) + src.GetLevelMin(0));
 }
 
-using RotatePipeline = int (*)(halide_buffer_t *, float, float, float, float, float, float, float, halide_buffer_t *);
-
-RotatePipeline RotatePipelineOf(int nMethod) {
-  switch (nMethod) {
-    case CInterp::BilinearMethod: return rotate_bilinear_float;
-    case CInterp::BicubicMethod: return rotate_bicubic_float;
-    case CInterp::Lanczos2Method: return rotate_lanczos2_float;
-    case CInterp::Lanczos3Method: return rotate_lanczos3_float;
-    case CInterp::NearestMethod: return rotate_nearest_float;
-    default: return nullptr;
-  }
-}
-
 }  // namespace
 
 void CImgRotate::Do0(CLmrImage *pSrc, int bProgress) {
