@@ -90,12 +90,11 @@ TEST(PointRecords, SetLevelMinusOneMovesColourPlanesTogether) {
   img->CImage::SetLevel(1, 0.0, 1000.0);
   img->CImage::SetLevel(2, 50.0, 60.0);
   img->SetLevel(-1, 110.0, 180.0);  // dMin = 0.1, dMax = -0.2
-  EXPECT_DOUBLE_EQ(img->GetLevelMin(0), 110.0);
-  EXPECT_DOUBLE_EQ(img->GetLevelMax(0), 180.0);
-  EXPECT_DOUBLE_EQ(img->GetLevelMin(1), 100.0);
-  EXPECT_DOUBLE_EQ(img->GetLevelMax(1), 800.0);
-  EXPECT_DOUBLE_EQ(img->GetLevelMin(2), 51.0);
-  EXPECT_DOUBLE_EQ(img->GetLevelMax(2), 58.0);
+  const double want[3][2] = {{110.0, 180.0}, {100.0, 800.0}, {51.0, 58.0}};
+  for (int p = 0; p < 3; ++p) {
+    EXPECT_DOUBLE_EQ(img->GetLevelMin(p), want[p][0]) << p;
+    EXPECT_DOUBLE_EQ(img->GetLevelMax(p), want[p][1]) << p;
+  }
   EXPECT_DOUBLE_EQ(img->GetLevelRange(2), 7.0);
   auto mono = MakeImage(CreateWholePlaneManager(), 2, 2, 1);
   mono->SetLevel(-1, 5.0, 6.0);

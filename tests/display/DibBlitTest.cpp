@@ -10,7 +10,18 @@
 namespace qorimg::test {
 namespace {
 
-class DibBlitTest : public RouteTest {};
+class DibBlitTest : public RouteTest {
+protected:
+  // A memory and a store bitmap for a screen of `depth`, both filled from `image`.
+  void MakePair(CLmrImage &image, int depth, CMemoryDIB &memory, CVmDIB &stored) {
+    CWnd screen(image.GetWidth(), image.GetHeight(), depth);
+    ASSERT_EQ(memory.Create(&screen, image.GetWidth(), image.GetHeight(), 0), 1);
+    ASSERT_EQ(stored.Create(Manager(), &screen, image.GetWidth(), image.GetHeight(), 0), 1);
+    std::memset(memory.GetBits(), 0, static_cast<std::size_t>(memory.GetAlign()) * image.GetHeight());
+    image.ToDIB(&memory, nullptr);
+    image.ToDIB(&stored, nullptr);
+  }
+};
 QORIMG_ALL_ROUTES(DibBlitTest);
 
 // The 2-3-3 palette that 8-bit colour bitmaps are drawn with.
@@ -56,8 +67,7 @@ TEST_P(DibBlitTest, StoreBitmapShowsTheSamePixelsAsTheMemoryBitmapAtEveryDepth) 
       image->ToDIB(&stored, nullptr);
 
       CWnd viaMemory(kW + 4, kH + 4, depth), viaStore(kW + 4, kH + 4, depth);
-      viaMemory.Fill(RGB(1, 2, 3));
-      viaStore.Fill(RGB(1, 2, 3));
+      for (CWnd *w : {&viaMemory, &viaStore}) w->Fill(RGB(1, 2, 3));
       CPaintDC dcMemory(&viaMemory), dcStore(&viaStore);
       EXPECT_EQ(memory.BitBlt(&viaMemory, &dcMemory, 2, 1, kW - 5, kH - 3, 3, 2, SRCCOPY), 1);
       EXPECT_EQ(stored.BitBlt(&viaStore, &dcStore, 2, 1, kW - 5, kH - 3, 3, 2, SRCCOPY), 1);
@@ -77,14 +87,9 @@ TEST_P(DibBlitTest, StoreBitmapShowsTheSamePixelsAsTheMemoryBitmapAtEveryDepth) 
 
 TEST_P(DibBlitTest, CopiesTakeTheRectangleFromEitherKindAndThePackedFormHoldsTheBits) {
   auto image = MakeImage(kW, kH, 3);
-  CWnd screen(kW, kH, 32);
   CMemoryDIB memory;
   CVmDIB stored;
-  ASSERT_EQ(memory.Create(&screen, kW, kH, 0), 1);
-  ASSERT_EQ(stored.Create(Manager(), &screen, kW, kH, 0), 1);
-  std::memset(memory.GetBits(), 0, static_cast<std::size_t>(memory.GetAlign()) * kH);
-  image->ToDIB(&memory, nullptr);
-  image->ToDIB(&stored, nullptr);
+  MakePair(*image, 32, memory, stored);
 
   const CRect rect(5, 60, 30, 200);  // clipped to the bitmap's 120 lines
   CMemoryDIB fromMemory, fromStore;
@@ -147,16 +152,11 @@ private:
 // wide as the bitmap whatever the source width.
 TEST_P(DibBlitTest, StretchBltTakesOnlyTheSourceInsideTheBitmap) {
   auto image = MakeImage(20, 20, 3);
-  CWnd screen(20, 20, 24);
   CMemoryDIB memory;
   CVmDIB stored;
-  ASSERT_EQ(memory.Create(&screen, 20, 20, 0), 1);
-  ASSERT_EQ(stored.Create(Manager(), &screen, 20, 20, 0), 1);
-  image->ToDIB(&memory, nullptr);
-  image->ToDIB(&stored, nullptr);
+  MakePair(*image, 24, memory, stored);
   CWnd a(40, 30, 24), b(40, 30, 24);
-  a.Fill(RGB(1, 2, 3));
-  b.Fill(RGB(1, 2, 3));
+  for (CWnd *w : {&a, &b}) w->Fill(RGB(1, 2, 3));
   CPaintDC da(&a), db(&b);
   EXPECT_EQ(memory.StretchBlt(&a, &da, 0, 0, 40, 30, -10, -5, 40, 30, SRCCOPY), 1);
   EXPECT_EQ(stored.StretchBlt(&b, &db, 0, 0, 40, 30, -10, -5, 40, 30, SRCCOPY), 1);

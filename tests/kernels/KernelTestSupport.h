@@ -48,20 +48,14 @@ Grid<T> CountingGrid(int width, int height, T first) {
 // Values in [-1000, 1000] with NaN, both infinities, both zeros, a denormal
 // and extremes sprinkled in at fixed places.
 inline Plane SamplePlane(int width, int height, unsigned seed) {
-  static const float kSpecials[] = {std::numeric_limits<float>::quiet_NaN(),
-                                    std::numeric_limits<float>::infinity(),
-                                    -std::numeric_limits<float>::infinity(),
-                                    0.0f,
-                                    -0.0f,
-                                    std::numeric_limits<float>::denorm_min(),
-                                    std::numeric_limits<float>::max(),
-                                    -std::numeric_limits<float>::max()};
+  using L = std::numeric_limits<float>;
+  static const float kSpecials[] = {L::quiet_NaN(), L::infinity(), -L::infinity(), 0.0f, -0.0f,
+                                    L::denorm_min(), L::max(),     -L::max()};
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> uniform(-1000.0f, 1000.0f);
   Plane plane(width, height);
-  for (std::size_t i = 0; i < plane.samples.size(); ++i) {
+  for (std::size_t i = 0; i < plane.samples.size(); ++i)
     plane.samples[i] = i % 7 == 3 ? kSpecials[(i / 7) % std::size(kSpecials)] : uniform(random);
-  }
   return plane;
 }
 
@@ -71,18 +65,14 @@ inline bool SameSample(float a, float b) {
 }
 
 inline ::testing::AssertionResult SameSamples(const Plane &actual, const Plane &expected) {
-  if (actual.width != expected.width || actual.height != expected.height) {
+  if (actual.width != expected.width || actual.height != expected.height)
     return ::testing::AssertionFailure() << "sizes differ";
-  }
-  for (int y = 0; y < actual.height; ++y) {
-    for (int x = 0; x < actual.width; ++x) {
-      if (!SameSample(actual.at(x, y), expected.at(x, y))) {
+  for (int y = 0; y < actual.height; ++y)
+    for (int x = 0; x < actual.width; ++x)
+      if (!SameSample(actual.at(x, y), expected.at(x, y)))
         return ::testing::AssertionFailure() << "at (" << x << ", " << y << ") of " << actual.width << "x"
                                              << actual.height << ": " << actual.at(x, y) << " instead of "
                                              << expected.at(x, y);
-      }
-    }
-  }
   return ::testing::AssertionSuccess();
 }
 

@@ -174,12 +174,10 @@ void ExpectAmpPhaseRoundTrip() {
   for (int i = 0; i < 16 * 8; ++i) ASSERT_NEAR(a[i].re, 1.0f, 1e-6);
   const auto input = RandomValues(2 * 16 * 8, 3);
   std::memcpy(a, input.data(), input.size() * sizeof(float));
-  const float dc = input[0];
   fft.ToAmpPhase(0);
   EXPECT_FLOAT_EQ(a[4 * 16 + 8].re, std::hypot(input[0], input[1]));  // element (0, 0) now at (W/2, H/2)
   fft.ToReIm(0);
   for (std::size_t i = 0; i < input.size(); ++i) ASSERT_NEAR(reinterpret_cast<float *>(a)[i], input[i], 1e-6);
-  (void)dc;
 }
 
 TEST(FftConversions, AmplitudePhaseRoundTripAndCentring) {
@@ -241,11 +239,8 @@ TEST(FftdDo1D, StridedLayoutOfRowTransforms) {
       EXPECT_NEAR(a[at].im, expected[2 * i + 1], 1e-5);
     }
   }
-  for (int at = 0; at < w * h; ++at) {
-    if (!written[at]) {
-      EXPECT_EQ(a[at].re, input[2 * at]) << at;
-    }
-  }
+  for (int at = 0; at < w * h; ++at)
+    if (!written[at]) EXPECT_EQ(a[at].re, input[2 * at]) << at;
 }
 
 TEST(FftOperations, GaussConvolutionMinMaxAndPoc) {

@@ -8,11 +8,9 @@
 #include <cstring>
 #include "restore/FftInternal.h"
 #include "restore/ImgFourier.h"
-#include "support/Fixtures.h"
+#include "RestoreTestSupport.h"
 
 namespace {
-
-using qorimg::test::RouteTest;
 
 // Smooth star-field-like content: Gaussian blobs at fixed places, evaluated
 // at any real position so that shifted and rotated copies need no resampling.
@@ -25,19 +23,11 @@ double Field(double x, double y) {
   return v;
 }
 
-class FourierTest : public RouteTest {
-protected:
-  std::unique_ptr<CImgFourier> MakeFourier(int w, int h, int planes, const qorimg::test::PixelFunction &fill) {
-    auto image = MakeImage(w, h, planes, fill);
-    auto fourier = std::make_unique<CImgFourier>();
-    fourier->Swap(image.get());
-    return fourier;
-  }
-};
+using FourierTest = qorimg::test::OperatorRouteTest<CImgFourier>;
 QORIMG_ALL_ROUTES(FourierTest);
 
 TEST_P(FourierTest, ShiftOfOtherImageContent) {
-  auto a = MakeFourier(256, 256, 1, [](int x, int y, int) { return float(Field(x, y)); });
+  auto a = Make(256, 256, 1, [](int x, int y, int) { return float(Field(x, y)); });
   auto b = MakeImage(256, 256, 1, [](int x, int y, int) { return float(Field(x - 3.0, y + 2.0)); });
   // fSigma 0: the estimate on the sharp surface; 1: on the blurred one, whose
   // peak is not the shape the estimator assumes (biased by about 0.12 px).
@@ -60,7 +50,7 @@ TEST_P(FourierTest, ShiftOfOtherImageContent) {
 }
 
 TEST_P(FourierTest, IdenticalImagesPeakAndSurface) {
-  auto a = MakeFourier(64, 64, 1, [](int x, int y, int) { return float(Field(x * 3, y * 3)); });
+  auto a = Make(64, 64, 1, [](int x, int y, int) { return float(Field(x * 3, y * 3)); });
   auto poc = MakeImage(70, 60, 1);
   double dx = 1, dy = 1, sharp = 0, blurred = 0;
   int w = 0, h = 0;
@@ -81,7 +71,7 @@ TEST_P(FourierTest, IdenticalImagesPeakAndSurface) {
 // Rectangle sides are rounded down: a 300 x 300 rectangle gives 256 x 256,
 // its rows cropped.
 TEST_P(FourierTest, RectangleCroppedToPowerOfTwo) {
-  auto a = MakeFourier(320, 310, 1, [](int x, int y, int) { return float(Field(x - 10, y - 5)); });
+  auto a = Make(320, 310, 1, [](int x, int y, int) { return float(Field(x - 10, y - 5)); });
   auto b = MakeImage(320, 310, 1, [](int x, int y, int) { return float(Field(x - 12.0, y - 5.0 - 1.0)); });
   CRect rect(10, 5, 310, 305);
   auto poc = MakeImage(256, 256, 1);
@@ -100,7 +90,7 @@ TEST_P(FourierTest, RotationSignRangeAndRowVariant) {
     const double cx = x - 128.0, cy = y - 128.0;
     return float(Field(std::cos(angle) * cx + std::sin(angle) * cy + 128.0, -std::sin(angle) * cx + std::cos(angle) * cy + 128.0));
   };
-  auto a = MakeFourier(256, 256, 1, [](int x, int y, int) { return float(Field(x, y)); });
+  auto a = Make(256, 256, 1, [](int x, int y, int) { return float(Field(x, y)); });
   auto b = MakeImage(256, 256, 1, rotated);
   double rotation = 0;
   int w = 0, h = 0;
@@ -123,7 +113,7 @@ TEST_P(FourierTest, RotationSignRangeAndRowVariant) {
 // these bits.
 TEST_P(FourierTest, DoMatchesDirectTransformOnEveryRoute) {
   const int iw = 20, ih = 12;
-  auto a = MakeFourier(iw, ih, 3, nullptr);
+  auto a = Make(iw, ih, 3, nullptr);
   auto im = MakeImage(iw, ih, 3, [](int x, int y, int p) { return float(x - y + p); });
   auto re = MakeImage(40, 10, 3), outIm = MakeImage(40, 10, 3);
   ASSERT_EQ(a->Do(0, 1, 0, im.get(), re.get(), outIm.get(), nullptr, 0), 1);
@@ -154,7 +144,7 @@ TEST_P(FourierTest, DoMatchesDirectTransformOnEveryRoute) {
 
 // A linear ramp in x maps to the source X coordinate itself.
 TEST_P(FourierTest, LogPolarOfRampGivesSourceColumn) {
-  auto a = MakeFourier(64, 32, 1, [](int x, int, int) { return float(x); });
+  auto a = Make(64, 32, 1, [](int x, int, int) { return float(x); });
   auto out = MakeImage(64, 32, 1);
   ASSERT_EQ(a->DoLogPolar(out.get(), nullptr, 0, 0), 1);
   const double rho0 = std::log(32 / 16 + 1.0), rho1 = std::log(std::trunc(32 * 0.5) - 0.5);
@@ -166,14 +156,14 @@ TEST_P(FourierTest, LogPolarOfRampGivesSourceColumn) {
       EXPECT_NEAR(out->GetPixelGrayRaw(i, j, 0), std::clamp(x, 0.0, 63.0), 2e-3) << i << "," << j;
     }
   // Steps that are not finite (a side of 1) give 0.
-  auto thin = MakeFourier(16, 1, 1, nullptr);
+  auto thin = Make(16, 1, 1, nullptr);
   auto thinOut = MakeImage(16, 1, 1);
   ASSERT_EQ(thin->DoLogPolar(thinOut.get(), nullptr, 1, 0), 1);
   EXPECT_EQ(thinOut->GetPixelGrayRaw(3, 0, 0), 0.0f);
 }
 
 TEST_P(FourierTest, BadBindingsEmptyRectanglesAndAllocationFailure) {
-  auto a = MakeFourier(32, 32, 1, nullptr);
+  auto a = Make(32, 32, 1, nullptr);
   auto small = MakeImage(16, 32, 1);
   double dx = 7, dy = 7, peak = 7, rotation = 7;
   int w = -1, h = -1;

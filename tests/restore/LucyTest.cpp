@@ -10,20 +10,10 @@
 
 namespace {
 
-using qorimg::test::ReadRaw;
-using qorimg::test::WriteRaw;
-using qorimg::test::AsOperator;
-using qorimg::test::ReadPlane;
-using qorimg::test::Resource;
-
-class LucyTest : public qorimg::test::RouteTest {
-protected:
-  std::unique_ptr<CImgLucy> Make(int w, int h, int planes, const qorimg::test::PixelFunction &fill = nullptr) {
-    return AsOperator<CImgLucy>(MakeImage(w, h, planes, fill));
-  }
-};
+using namespace qorimg::test;
+using qorimg::restore::FormatResource;
+using LucyTest = OperatorRouteTest<CImgLucy>;
 QORIMG_ALL_ROUTES(LucyTest);
-
 
 std::string Reference(const std::string &args) {
   return "/usr/bin/python3 " QORIMG_REFERENCE_DIR "/lucy_reference.py " + args + " > /dev/null";
@@ -38,7 +28,7 @@ std::unique_ptr<float[]> Psf(double sigma, int w = 64, int h = 64) {
 TEST_P(LucyTest, MatchesDoubleReference) {
   const std::string dir = ::testing::TempDir() + "lucy_core_" + Case().name;
   std::system(("mkdir -p " + dir).c_str());
-  auto op = Make(64, 64, 1, [](int x, int y, int) { return qorimg::test::StarField(x, y, 50.0, 1.5); });
+  auto op = Make(64, 64, 1, [](int x, int y, int) { return StarField(x, y, 50.0, 1.5); });
   const auto data = ReadPlane(*op, 0);
   const auto psf = Psf(2.0);
   WriteRaw(dir + "/data.f32", data.data(), data.size());
@@ -48,20 +38,14 @@ TEST_P(LucyTest, MatchesDoubleReference) {
     const auto reference = ReadRaw<double>(dir + "/reference.f64", 64 * 64);
     auto run = Make(64, 64, 1, [&](int x, int y, int) { return data[y * 64 + x]; });
     ASSERT_EQ(run->Do(2.0, 2.0, 5.0, iterations, nullptr, 0), 1);
-    const auto result = ReadPlane(*run, 0);
-    double peak = 0, worst = 0;
-    for (int i = 0; i < 64 * 64; ++i) {
-      peak = std::max(peak, std::fabs(reference[i]));
-      worst = std::max(worst, std::fabs(result[i] - reference[i]));
-    }
-    EXPECT_LT(worst, 1e-3 * peak) << iterations << " iterations, peak " << peak;
+    EXPECT_LT(RelativeWorst(ReadPlane(*run, 0), reference), 1e-3) << iterations << " iterations";
   }
 }
 
 // fNoise 0 on a non-negative frame of at least 64 x 64: mask and norm are 1
 // and every step keeps the flux. Also: the routes give the same bits.
 TEST_P(LucyTest, KeepsFluxAndRoutesAgree) {
-  auto fill = [](int x, int y, int p) { return qorimg::test::StarField(x, y, 10.0 + p, 1.8); };
+  auto fill = [](int x, int y, int p) { return StarField(x, y, 10.0 + p, 1.8); };
   auto op = Make(80, 70, 2, fill);
   ASSERT_EQ(op->Do(1.8, 1.0, 0.0, 5, nullptr, 0), 1);
   for (int p = 0; p < 2; ++p) {
@@ -70,10 +54,9 @@ TEST_P(LucyTest, KeepsFluxAndRoutesAgree) {
       for (int x = 0; x < 80; ++x) in += fill(x, y, p), out += op->GetPixelGrayRaw(x, y, p);
     EXPECT_NEAR(out / in, 1.0, 1e-5) << p;
   }
-  auto block = AsOperator<CImgLucy>(
-      qorimg::test::MakeImage(qorimg::test::MakeManager(qorimg::test::StoreKind::Block), 80, 70, 2, fill));
+  auto block = OnBlockStore(80, 70, 2, fill);
   ASSERT_EQ(block->Do(1.8, 1.0, 0.0, 5, nullptr, 0), 1);
-  EXPECT_TRUE(qorimg::test::SamePixels(*op, *block));
+  EXPECT_TRUE(SamePixels(*op, *block));
 }
 
 // A blurred star field with Poisson noise: after n accelerated iterations a
@@ -87,8 +70,8 @@ TEST(LucyAgainstSkimage, PeakAtLeastSkimages) {
   ASSERT_EQ(std::system(Reference("skimage " + dir + " " + std::to_string(n)).c_str()), 0);
   const auto data = ReadRaw<float>(dir + "/data.f32", 128 * 128);
   const auto sk = ReadRaw<double>(dir + "/skimage.f64", 128 * 128);
-  auto op = AsOperator<CImgLucy>(qorimg::test::MakeImage(qorimg::test::MakeManager(qorimg::test::StoreKind::WholePlane),
-                                                         128, 128, 1, [&](int x, int y, int) { return data[y * 128 + x]; }));
+  auto op = AsOperator<CImgLucy>(
+      MakeImage(MakeManager(StoreKind::WholePlane), 128, 128, 1, [&](int x, int y, int) { return data[y * 128 + x]; }));
   // fAdu large: chi-square never stops the n iterations.
   ASSERT_EQ(op->Do(2.0, 1e6, 0.0, n, nullptr, 0), 1);
   const auto ours = ReadPlane(*op, 0);
@@ -136,7 +119,7 @@ TEST(LucyPsf, NormalisationAndInvalidSigma) {
 }
 
 TEST_P(LucyTest, EdgeCases) {
-  qorimg::test::RestoreCapture capture;
+  RestoreCapture capture;
   // nIteration <= 0 writes the flat mean of the rectangle; outside untouched.
   auto op = Make(90, 70, 1, [](int x, int y, int) { return 100.0f + (x * 7 + y * 3) % 50; });
   const auto before = ReadPlane(*op, 0);
@@ -173,18 +156,17 @@ TEST_P(LucyTest, EdgeCases) {
 // Titles, every tick, the chi-square stop, ESC in plane 2 leaving plane 1
 // unchanged, and the failures.
 TEST_P(LucyTest, ProgressCancelAndFailures) {
-  qorimg::test::RestoreCapture capture;
-  auto op = Make(64, 64, 2, [](int x, int y, int p) { return qorimg::test::StarField(x, y, 30.0 + p, 1.5); });
+  RestoreCapture capture;
+  auto op = Make(64, 64, 2, [](int x, int y, int p) { return StarField(x, y, 30.0 + p, 1.5); });
   op->SetProgressHandle(capture.Window());
   const auto before0 = ReadPlane(*op, 0), before1 = ReadPlane(*op, 1);
   // fAdu 1e6 keeps chi-square high: both iterations run.
   ASSERT_EQ(op->Do(1.5, 1e6, 0.0, 2, nullptr, 1), 1);
-  const std::wstring prep2 = qorimg::restore::FormatResource(6155, 2);
-  const std::wstring iter2 = qorimg::restore::FormatResource(6157, 2, 2);
-  EXPECT_EQ(capture.Titles(), (std::vector<std::wstring>{qorimg::restore::FormatResource(6155, 1),
-                                                         qorimg::restore::FormatResource(6157, 1, 1),
-                                                         qorimg::restore::FormatResource(6157, 1, 2), prep2,
-                                                         qorimg::restore::FormatResource(6157, 2, 1), iter2}));
+  const std::wstring prep2 = FormatResource(6155, 2);
+  const std::wstring iter2 = FormatResource(6157, 2, 2);
+  EXPECT_EQ(capture.Titles(), (std::vector<std::wstring>{FormatResource(6155, 1), FormatResource(6157, 1, 1),
+                                                         FormatResource(6157, 1, 2), prep2, FormatResource(6157, 2, 1),
+                                                         iter2}));
   EXPECT_EQ(capture.Ticks(prep2), (std::vector<long long>{5, 20, 40, 60, 80, 100}));
   EXPECT_EQ(capture.Ticks(iter2), (std::vector<long long>{0, 20, 40, 65, 100}));
   EXPECT_EQ(capture.Count(0), capture.Count(2));
@@ -192,11 +174,11 @@ TEST_P(LucyTest, ProgressCancelAndFailures) {
 
   // A one-plane image: titles without the plane; a small fAdu makes
   // chi-square <= 1 at once, so one iteration of the ten runs.
-  auto mono = Make(64, 64, 1, [](int x, int y, int) { return qorimg::test::StarField(x, y, 30.0, 1.5); });
+  auto mono = Make(64, 64, 1, [](int x, int y, int) { return StarField(x, y, 30.0, 1.5); });
   mono->SetProgressHandle(capture.Window());
   capture.entries.clear();
   ASSERT_EQ(mono->Do(1.5, 1e-6, 0.0, 10, nullptr, 1), 1);
-  EXPECT_EQ(capture.Titles(), (std::vector<std::wstring>{Resource(6154), qorimg::restore::FormatResource(6156, 1)}));
+  EXPECT_EQ(capture.Titles(), (std::vector<std::wstring>{Resource(6154), FormatResource(6156, 1)}));
 
   // Any tick cancels: ESC when plane 2's preparation or an iteration opens.
   op->Swap(MakeImage(64, 64, 2, [&](int x, int y, int p) { return (p ? before1 : before0)[y * 64 + x]; }).get());

@@ -12,16 +12,9 @@
 
 namespace {
 
-using qorimg::test::AsOperator;
-using qorimg::test::ReadPlane;
-using qorimg::test::Resource;
-
-class MemTest : public qorimg::test::RouteTest {
-protected:
-  std::unique_ptr<CImgMem> Make(int w, int h, int planes, const qorimg::test::PixelFunction &fill = nullptr) {
-    return AsOperator<CImgMem>(MakeImage(w, h, planes, fill));
-  }
-};
+using namespace qorimg::test;
+using qorimg::restore::FormatResource;
+using MemTest = OperatorRouteTest<CImgMem>;
 QORIMG_ALL_ROUTES(MemTest);
 
 constexpr double kBlur = 1.5, kNoise = 3.0;
@@ -32,7 +25,7 @@ std::vector<float> NoisyField(int w, int h, unsigned seed) {
   std::normal_distribution<double> noise(0.0, kNoise);
   std::vector<float> v(static_cast<std::size_t>(w) * h);
   for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) v[y * w + x] = static_cast<float>(qorimg::test::StarField(x, y, 100.0, kBlur) + noise(rng));
+    for (int x = 0; x < w; ++x) v[y * w + x] = static_cast<float>(StarField(x, y, 100.0, kBlur) + noise(rng));
   return v;
 }
 
@@ -78,11 +71,11 @@ TEST_P(MemTest, SharpensStarsAndMatchesLucyPositions) {
   ASSERT_EQ(lucy->Do(kBlur, 1e6, 0.0, 20, nullptr, 0), 1);
   const auto restored = ReadPlane(*mem, 0), lucyPlane = ReadPlane(*lucy, 0);
   for (float v : restored) ASSERT_GT(v, 0.0f);
-  for (const auto &s : qorimg::test::TestStars()) {
+  for (const auto &s : TestStars()) {
     if (s.x < 12 || s.y < 12 || s.x > w - 12 || s.y > h - 12) continue;
-    const auto before = qorimg::test::MeasureStar(data, w, s.x, s.y, 100.0, 6);
-    const auto after = qorimg::test::MeasureStar(restored, w, s.x - 0.5, s.y - 0.5, 100.0, 6);
-    const auto byLucy = qorimg::test::MeasureStar(lucyPlane, w, s.x, s.y, 100.0, 6);
+    const auto before = MeasureStar(data, w, s.x, s.y, 100.0, 6);
+    const auto after = MeasureStar(restored, w, s.x - 0.5, s.y - 0.5, 100.0, 6);
+    const auto byLucy = MeasureStar(lucyPlane, w, s.x, s.y, 100.0, 6);
     EXPECT_LT(after.fwhm, before.fwhm) << s.x;
     EXPECT_NEAR(after.x, byLucy.x - 0.5, 0.1) << s.x;
     EXPECT_NEAR(after.y, byLucy.y - 0.5, 0.1) << s.y;
@@ -90,14 +83,13 @@ TEST_P(MemTest, SharpensStarsAndMatchesLucyPositions) {
       std::printf("mem star (%.1f, %.1f): FWHM %.2f -> %.2f (lucy %.2f), centre (%.2f, %.2f), lucy's - 0.5 (%.2f, %.2f)\n",
                   s.x, s.y, before.fwhm, after.fwhm, byLucy.fwhm, after.x, after.y, byLucy.x - 0.5, byLucy.y - 0.5);
   }
-  auto block = AsOperator<CImgMem>(
-      qorimg::test::MakeImage(qorimg::test::MakeManager(qorimg::test::StoreKind::Block), w, h, 1, fill));
+  auto block = OnBlockStore(w, h, 1, fill);
   ASSERT_EQ(block->Do(kBlur, kNoise, 40, nullptr, 0), 1);
-  EXPECT_TRUE(qorimg::test::SamePixels(*mem, *block));
+  EXPECT_TRUE(SamePixels(*mem, *block));
 }
 
 TEST_P(MemTest, ProgressCancelAndFailures) {
-  qorimg::test::RestoreCapture capture;
+  RestoreCapture capture;
   const auto data = NoisyField(40, 30, 3);
   auto op = Make(40, 30, 2, [&](int x, int y, int p) { return data[y * 40 + x] + 10.0f * p; });
   op->SetProgressHandle(capture.Window());
@@ -112,7 +104,7 @@ TEST_P(MemTest, ProgressCancelAndFailures) {
     if (e.wParam == 4) texts.push_back(e.text);
   ASSERT_GE(texts.size(), 2u);
   EXPECT_EQ(texts[0], Resource(6162));
-  EXPECT_EQ(texts[1], qorimg::restore::FormatResource(6160, 1));
+  EXPECT_EQ(texts[1], FormatResource(6160, 1));
   EXPECT_LE(texts.size(), 4u);
   const auto ticks = capture.Ticks(Resource(6158));
   ASSERT_GE(ticks.size(), 11u);
@@ -122,7 +114,7 @@ TEST_P(MemTest, ProgressCancelAndFailures) {
   EXPECT_EQ(capture.Count(0), capture.Count(2));
 
   // ESC when plane 2 opens: 6149, plane 1 unchanged.
-  capture.escapeOn = qorimg::restore::FormatResource(6159, 2);
+  capture.escapeOn = FormatResource(6159, 2);
   EXPECT_EQ(op->Do(kBlur, kNoise, 3, nullptr, 1), 0);
   capture.escapeOn.clear();
   EXPECT_EQ(capture.boxes.back(), Resource(6149));

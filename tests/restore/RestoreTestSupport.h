@@ -1,6 +1,7 @@
 // Shared by the restoration tests: operators made from fixture images, a
 // blurred star field, star widths, and the progress and message-box capture.
 #pragma once
+#include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <functional>
@@ -21,6 +22,30 @@ std::unique_ptr<Op> AsOperator(std::unique_ptr<CLmrImage> image) {
   auto op = std::make_unique<Op>();
   op->Swap(image.get());
   return op;
+}
+
+// Route tests of operator Op: Make builds one from a fixture image on the case's
+// store, OnBlockStore the same on the plain block store (for route agreement).
+template <class Op>
+class OperatorRouteTest : public RouteTest {
+protected:
+  std::unique_ptr<Op> Make(int w, int h, int planes, const PixelFunction &fill = nullptr) {
+    return AsOperator<Op>(MakeImage(w, h, planes, fill));
+  }
+  static std::unique_ptr<Op> OnBlockStore(int w, int h, int planes, const PixelFunction &fill = nullptr) {
+    return AsOperator<Op>(test::MakeImage(MakeManager(StoreKind::Block), w, h, planes, fill));
+  }
+};
+
+// Largest |got - want| over the largest |want|.
+template <class T>
+double RelativeWorst(const std::vector<float> &got, const std::vector<T> &want) {
+  double largest = 0, worst = 0;
+  for (std::size_t i = 0; i < want.size(); ++i) {
+    largest = std::max(largest, std::fabs(double(want[i])));
+    worst = std::max(worst, std::fabs(got[i] - double(want[i])));
+  }
+  return worst / largest;
 }
 
 struct Star {

@@ -18,6 +18,12 @@ public:
 };
 
 class WaveletTest : public RouteTest {};
+
+CArray<float, float> Weights(int count, float value) {
+  CArray<float, float> w;
+  for (int i = 0; i < count; ++i) w.Add(value);
+  return w;
+}
 QORIMG_ALL_ROUTES(WaveletTest);
 
 TEST(WaveletFilters, DaubechiesOrdersAndOutOfRange) {
@@ -83,8 +89,7 @@ TEST_P(WaveletTest, RoundTripWeightsAndMidLevel) {
   w.CopyToBuffer(buffer.get(), src.get(), &region);
   EXPECT_EQ(buffer->GetPixelGrayRaw(size.Width() - 1, 0, 1), src->GetPixelGrayRaw(41, 3, 1));  // row repeated
   EXPECT_EQ(buffer->GetPixelGrayRaw(5, size.Height() - 1, 2), src->GetPixelGrayRaw(7, 28, 2));  // last row repeated
-  CArray<float, float> ones;
-  for (int i = 0; i < levels; ++i) ones.Add(1.0f);
+  CArray<float, float> ones = Weights(levels, 1.0f), zeros = Weights(levels, 0.0f), shortOnes = Weights(1, 1.0f);
   ASSERT_EQ(w.DoMultiResSubbandDecomposition(buffer.get(), levels, 0), 1);
   ASSERT_EQ(w.DoMultiResSubbandComposition(buffer.get(), levels, 1.0f, &ones, &ones, &ones, 0), 1);
   auto dst = MakeImage(45, 30, 3, [](int, int, int) { return -1.0f; });
@@ -96,15 +101,11 @@ TEST_P(WaveletTest, RoundTripWeightsAndMidLevel) {
 
   // fLow 0 and every detail weight 0 leave the mid level (levels 0..1000).
   w.CopyToBuffer(buffer.get(), src.get(), &region);
-  CArray<float, float> zeros;
-  for (int i = 0; i < levels; ++i) zeros.Add(0.0f);
   ASSERT_EQ(w.DoMultiResSubbandDecomposition(buffer.get(), levels, 0), 1);
   ASSERT_EQ(w.DoMultiResSubbandComposition(buffer.get(), levels, 0.0f, &zeros, &zeros, &zeros, 0), 1);
   EXPECT_NEAR(buffer->GetPixelGrayRaw(9, 9, 1), 500.0f, 1e-2);
 
   // A level beyond a weight array throws, as does a null array.
-  CArray<float, float> shortOnes;
-  shortOnes.Add(1.0f);
   EXPECT_THROW(w.DoMultiResSubbandComposition(buffer.get(), levels, 1.0f, &ones, &shortOnes, &ones, 0),
                std::out_of_range);
   EXPECT_THROW(w.DoMultiResSubbandComposition(buffer.get(), levels, 1.0f, nullptr, &ones, &ones, 0), std::out_of_range);

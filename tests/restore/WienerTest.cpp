@@ -11,18 +11,9 @@
 
 namespace {
 
-using qorimg::test::ReadRaw;
-using qorimg::test::AsOperator;
-using qorimg::test::ReadPlane;
-
-class WienerTest : public qorimg::test::RouteTest {
-protected:
-  std::unique_ptr<CImgWiener> Make(int w, int h, int planes, const qorimg::test::PixelFunction &fill = nullptr) {
-    return AsOperator<CImgWiener>(MakeImage(w, h, planes, fill));
-  }
-};
+using namespace qorimg::test;
+using WienerTest = OperatorRouteTest<CImgWiener>;
 QORIMG_ALL_ROUTES(WienerTest);
-
 
 // Against tests/reference/wiener_reference.py: a blurred 200 x 150 crop of a
 // deep-field photograph, r 2, fNoise 0.01, levels (0, 255). The library works
@@ -37,12 +28,9 @@ TEST_P(WienerTest, MatchesDoubleReference) {
   auto op = Make(w, h, 1, [&](int x, int y, int) { return input[y * w + x]; });
   op->SetLevel(0, 0.0, 255.0);
   ASSERT_EQ(op->Do(2.0, 0.01, nullptr, 0), 1);
-  double largest = 0, worst = 0;
-  for (double v : reference) largest = std::max(largest, std::fabs(v));
-  const auto result = ReadPlane(*op, 0);
-  for (int i = 0; i < w * h; ++i) worst = std::max(worst, std::fabs(result[i] - reference[i]));
-  EXPECT_LT(worst, 1e-4 * largest) << "largest " << largest;
-  EXPECT_GT(largest, 0.05);
+  EXPECT_LT(RelativeWorst(ReadPlane(*op, 0), reference), 1e-4);
+  const auto [lo, hi] = std::minmax_element(reference.begin(), reference.end());
+  EXPECT_GT(std::max(*hi, -*lo), 0.05);
 }
 
 // G(0) = 500 r^2 (the kernel's sum), so a flat frame at LevelMax with levels
@@ -62,7 +50,7 @@ TEST_P(WienerTest, FlatFrameGainAndRectangle) {
     EXPECT_EQ(op->GetLevelMax(p), 600.0 + 100 * p);
   }
   // The rectangle gives the bits of the same frame filtered alone.
-  auto whole = Make(33, 21, 1, [](int x, int y, int) { return qorimg::test::Pattern(x, y + 4, 0); });
+  auto whole = Make(33, 21, 1, [](int x, int y, int) { return Pattern(x, y + 4, 0); });
   auto part = Make(40, 30, 1);
   CRect r2(0, 4, 33, 25);
   ASSERT_EQ(whole->Do(1.5, 0.001, nullptr, 0), 1);
@@ -73,12 +61,10 @@ TEST_P(WienerTest, FlatFrameGainAndRectangle) {
 
 // Every store moves the same bits: compare with the block store's plain run.
 TEST_P(WienerTest, RoutesGiveTheSameBits) {
-  auto op = Make(70, 45, 2);
-  auto reference = AsOperator<CImgWiener>(
-      qorimg::test::MakeImage(qorimg::test::MakeManager(qorimg::test::StoreKind::Block), 70, 45, 2));
+  auto op = Make(70, 45, 2), reference = OnBlockStore(70, 45, 2);
   ASSERT_EQ(op->Do(3.0, 0.005, nullptr, 0), 1);
   ASSERT_EQ(reference->Do(3.0, 0.005, nullptr, 0), 1);
-  EXPECT_TRUE(qorimg::test::SamePixels(*op, *reference));
+  EXPECT_TRUE(SamePixels(*op, *reference));
 }
 
 TEST_P(WienerTest, BadParametersAndEmptyRectangles) {
@@ -105,11 +91,11 @@ TEST_P(WienerTest, BadParametersAndEmptyRectangles) {
 // ticks; a failed allocation gives 0, an unchanged image, progress closed.
 TEST_P(WienerTest, ProgressAndAllocationFailure) {
   auto op = Make(30, 20, 2);
-  qorimg::test::RestoreCapture capture;
+  RestoreCapture capture;
   op->SetProgressHandle(capture.Window());
   CRect rect(2, 2, 20, 18);
   ASSERT_EQ(op->Do(1.0, 0.01, &rect, 1), 1);
-  EXPECT_EQ(capture.Titles(), (std::vector<std::wstring>{qorimg::test::Resource(6169), qorimg::test::Resource(6104)}));
+  EXPECT_EQ(capture.Titles(), (std::vector<std::wstring>{Resource(6169), Resource(6104)}));
   EXPECT_EQ(capture.Count(2), 2);
   EXPECT_GT(capture.Count(1), 0);
 
@@ -128,12 +114,12 @@ TEST_P(WienerTest, ProgressAndAllocationFailure) {
 // stars get narrower. Prints the numbers.
 TEST(WienerMeasure, GainAndSharpeningOnStarField) {
   const int w = 64, h = 64;
-  const auto manager = qorimg::test::MakeManager(qorimg::test::StoreKind::WholePlane);
+  const auto manager = MakeManager(StoreKind::WholePlane);
   for (double r : {1.0, 2.0, 4.0})
     for (double noise : {0.01, 0.001}) {
       const double blur = r / std::sqrt(2.0);
-      auto op = AsOperator<CImgWiener>(qorimg::test::MakeImage(
-          manager, w, h, 1, [&](int x, int y, int) { return qorimg::test::StarField(x, y, 100.0, blur); }));
+      auto op = AsOperator<CImgWiener>(MakeImage(
+          manager, w, h, 1, [&](int x, int y, int) { return StarField(x, y, 100.0, blur); }));
       const auto input = ReadPlane(*op, 0);
       ASSERT_EQ(op->Do(r, noise, nullptr, 0), 1);
       const auto output = ReadPlane(*op, 0);
@@ -141,10 +127,10 @@ TEST(WienerMeasure, GainAndSharpeningOnStarField) {
       for (int i = 0; i < w * h; ++i) in += input[i], out += output[i];
       const double ratio = out / in, expected = 1.0 / (500 * r * r * (1 + noise));
       EXPECT_NEAR(ratio, expected, 0.05 * expected) << r << " " << noise;
-      const auto &s = qorimg::test::TestStars()[2];
-      const auto before = qorimg::test::MeasureStar(input, w, s.x, s.y, 100.0, 8);
+      const auto &s = TestStars()[2];
+      const auto before = MeasureStar(input, w, s.x, s.y, 100.0, 8);
       // The output's background is 100 times the gain.
-      const auto after = qorimg::test::MeasureStar(output, w, s.x, s.y, 100.0 * ratio, 8);
+      const auto after = MeasureStar(output, w, s.x, s.y, 100.0 * ratio, 8);
       std::printf("wiener r %.0f noise %.3f: mean out/in %.6g (1/(500 r^2 (1+n)) %.6g), star FWHM %.2f -> %.2f\n", r,
                   noise, ratio, expected, before.fwhm, after.fwhm);
       EXPECT_LT(after.fwhm, before.fwhm) << r << " " << noise;

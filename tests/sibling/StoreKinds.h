@@ -2,6 +2,7 @@
 #pragma once
 #include <gtest/gtest.h>
 
+#include <array>
 #include <memory>
 #include <string>
 
@@ -21,12 +22,7 @@ inline std::shared_ptr<CVmManager> MakeManager(StoreKind kind) {
 }
 
 inline std::string StoreKindName(const testing::TestParamInfo<StoreKind> &info) {
-  switch (info.param) {
-    case StoreKind::WholePlane: return "WholePlane";
-    case StoreKind::Block: return "Block";
-    case StoreKind::BlockNoBudget: return "BlockNoBudget";
-  }
-  return "Unknown";
+  return std::array{"WholePlane", "Block", "BlockNoBudget"}[static_cast<int>(info.param)];
 }
 
 #define INSTANTIATE_FOR_ALL_STORES(Fixture)                                                                \

@@ -103,12 +103,8 @@ TEST_P(StoreTest, CopyHasEveryLineAndIsIndependent) {
 
 TEST_P(StoreTest, OutOfRangeCoordinatesThrow) {
   CVmImage image(Manager, 8, 10, 6, 2, nullptr);
-  EXPECT_THROW(image.GetImageAdr(0, 0, -1, true, false, nullptr), lumora::CLumoraImageException);
-  EXPECT_THROW(image.GetImageAdr(0, 0, 2, true, false, nullptr), lumora::CLumoraImageException);
-  EXPECT_THROW(image.GetImageAdr(0, -1, 0, true, false, nullptr), lumora::CLumoraImageException);
-  EXPECT_THROW(image.GetImageAdr(0, 6, 1, true, true, nullptr), lumora::CLumoraImageException);
-  EXPECT_THROW(image.GetImageAdr(11, 0, 0, true, false, nullptr), lumora::CLumoraImageException);
-  EXPECT_THROW(image.GetImageAdr(-1, 0, 0, true, false, nullptr), lumora::CLumoraImageException);
+  for (auto [x, y, p] : {std::tuple{0, 0, -1}, {0, 0, 2}, {0, -1, 0}, {0, 6, 1}, {11, 0, 0}, {-1, 0, 0}})
+    EXPECT_THROW(image.GetImageAdr(x, y, p, true, p == 1, nullptr), lumora::CLumoraImageException) << x << y << p;
   EXPECT_NO_THROW(image.GetImageAdr(10, 5, 1, true, false, nullptr));
 }
 

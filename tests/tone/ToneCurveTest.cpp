@@ -120,9 +120,7 @@ TEST_P(ToneCurveTest, RectangleProgressAndNaNDifferByRouteAsPinned) {
 
 TEST_P(ToneCurveTest, HAlphaLiftsFaintLevelsAndDoublesPlaneZeroOfColour) {
   auto src = MakeImage(16, 4, 3, [](int x, int, int) { return x * 10.0f; });
-  src->CImage::SetLevel(0, 0.0, 255.0);
-  src->CImage::SetLevel(1, 0.0, 255.0);
-  src->CImage::SetLevel(2, 0.0, 255.0);
+  for (int p = 0; p < 3; ++p) src->CImage::SetLevel(p, 0.0, 255.0);
   auto target = TargetFor<CImgToneCurve>(*src);
   // Below 127.5: i / 127.5 * gain, above: identity. A gain of 0.9975 keeps the
   // second look-up of plane 0 (at 1.995 v) away from the table's bin edges.
