@@ -40,7 +40,6 @@ set(QORIMG_PUBLIC_HEADERS
   platform/String.h
   platform/StringResources.h
   platform/WinTypes.h
-  platform/Array.h
   restore/Fft.h
   restore/ImgFourier.h
   restore/ImgWavelet.h

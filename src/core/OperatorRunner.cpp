@@ -74,8 +74,6 @@ void RunPipelineIntoRect(CLmrImage &target, int plane, const LineRect &rect, boo
 
 Route RunOperator(const OperatorCall &call, std::initializer_list<BoundImage> bound, const RouteTable &routes) {
   CheckBoundImages(bound, call.rect);
-  std::optional<ProgressFrame> progress;
-  if (call.idMessage != 0) progress.emplace(call.target, call.bProgress, call.idMessage, call.progressTotal);
 
   const bool hasPipeline = routes.pipeline || routes.pipelineCall || routes.fastRoutesSkip;
   const bool hasVector = static_cast<bool>(routes.vector) || routes.fastRoutesSkip;
@@ -85,6 +83,9 @@ Route RunOperator(const OperatorCall &call, std::initializer_list<BoundImage> bo
   const bool vectorAllowed = hasVector && (CQorSys::SIMD() & 2);
   const Route route = wholePlane && hasPipeline ? Route::Plane : vectorAllowed ? Route::Vector : Route::Block;
   testing::RouteRecord record{route, hasVector, hasPipeline, -1};
+  std::optional<ProgressFrame> progress;
+  if (call.idMessage != 0 && !(route == Route::Plane && routes.pipelineWithoutProgress))
+    progress.emplace(call.target, call.bProgress, call.idMessage, call.progressTotal);
   const int first = call.planes.first, end = call.planes.first + call.planes.count;
 
   if (routes.fastRoutesSkip && route != Route::Block) {

@@ -40,6 +40,8 @@ struct RouteTable {
   // Always through a temporary, also for the whole image (pipelines that must
   // not write the plane they read).
   bool pipelineThroughTemporary = false;
+  // The pipeline route shows no progress at all, not even the opening text.
+  bool pipelineWithoutProgress = false;
   // A pipeline that binds its own outputs (a histogram, a bitmap); returns its
   // status. Used in place of `pipeline`.
   std::function<int(int plane)> pipelineCall;

@@ -69,9 +69,8 @@ void CImgToneCurve::Do(float **const ppCurve, int nCount, CLmrImage *pSrc, CRect
     auto own = qorimg::kernels::TableBuffer(ppCurve[1 + p], nCount);
     return tone_curve_color_float(qorimg::InputPlane(*pSrc, p), lo, range, own, master, output);
   };
-  // The pipeline route shows no progress at all.
-  const bool pipeline = qorimg::ChooseRoute(false, {this, pSrc}) == qorimg::Route::Plane;
-  qorimg::RunOperator({*this, pipeline ? 0 : bProgress, bHAlpha ? 6194 : 6114, r.Height() * planes, r, {0, planes}},
+  routes.pipelineWithoutProgress = true;
+  qorimg::RunOperator({*this, bProgress, bHAlpha ? 6194 : 6114, r.Height() * planes, r, {0, planes}},
                       {{this, planes}, {pSrc, planes}}, routes);
 }
 
