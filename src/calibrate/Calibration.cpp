@@ -29,7 +29,7 @@ struct FlatCurve {
   float max, gm0, average;
 };
 
-// True when the flat's pipeline route will run: it then shows no progress.
+// True when the flat's pipeline route will run, whose mean is taken otherwise.
 bool PipelineRoute(const CLmrImage &image, const CLmrImage &flat) {
   return qorimg::ChooseRoute(false, {&image, &flat}) == qorimg::Route::Plane;
 }
@@ -80,8 +80,8 @@ void CLmrImage::FlatClbrtn(CLmrImage *pFlat, CRect *rect, int bProgress) {
     if (!r.IsWhole(*this)) output.fill(0.0f);
     return flat_float(qorimg::InputPlane(*pFlat, FramePlane(*pFlat, p)), average, output);
   };
-  const int message = PipelineRoute(*this, *pFlat) ? 0 : 6105;
-  qorimg::RunOperator({*this, bProgress, message, GetHeight() * planes, r, {0, planes}},
+  routes.pipelineWithoutProgress = true;
+  qorimg::RunOperator({*this, bProgress, 6105, GetHeight() * planes, r, {0, planes}},
                       {{this, planes}, {pFlat, FramePlanesRead(pFlat, planes)}}, routes);
 }
 
@@ -120,8 +120,9 @@ void CLmrImage::FlatClbrtn(CLmrImage *pFlat, float fOffset, double fGamma, int b
     return flat_with_gamma_float(qorimg::InputPlane(*pFlat, FramePlane(*pFlat, p)), k.max, k.gm0, fGamma, fOffset,
                                  k.average, output);
   };
+  routes.pipelineWithoutProgress = true;
   qorimg::RunOperator(
-      {*this, bProgress, pipeline ? 0 : 6105, GetHeight() * planes, whole, {0, static_cast<int>(curves.size())}},
+      {*this, bProgress, 6105, GetHeight() * planes, whole, {0, static_cast<int>(curves.size())}},
       {{this, planes}, {pFlat, FramePlanesRead(pFlat, planes)}}, routes);
 }
 

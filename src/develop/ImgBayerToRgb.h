@@ -60,6 +60,10 @@ public:
   // CopyImage of pSrc into this image, then Do; 0 when the copy fails or
   // pSrc is null.
   int Do(tagBayerStruct s, CLmrImage *pSrc, int bProgress);
+  // White-balance gains in the phase order of pGain from the medians of the
+  // four mosaic phases (sampled): the two greens' mean over each of R and B,
+  // 1 for the greens and for a median below 1. 0 for a pattern outside 1..4.
+  int GetGain(int nPattern, double *pGain);
   // True when both images have contiguous planes and the pattern is below 5.
   static bool CanHalide(tagBayerStruct &s, CImage *pA, CImage *pB);
 
@@ -76,6 +80,8 @@ protected:
                  float fMin, float fMax);
   int GammaCorrect(CImage *pImage, tagBayerStruct *s);
   int ToneCurveCorrect(CImage *pImage, int nPlane, tagBayerStruct *s, float fMin, float fMax);
+  // The gains of another image.
+  int GetGain(CImage *pImage, int nPattern, double *pGain);
 
 private:
   int Develop(tagBayerStruct &s);

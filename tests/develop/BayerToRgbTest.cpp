@@ -15,6 +15,7 @@ namespace {
 // The protected steps, for the tests that check one of them alone.
 class Bayer : public CImgBayerToRgb {
 public:
+  using CImgBayerToRgb::GetGain;
   using CImgBayerToRgb::ChangeBitImage;
   using CImgBayerToRgb::GammaCorrect;
   using CImgBayerToRgb::ToneCurveCorrect;
@@ -283,6 +284,28 @@ TEST_P(BayerToRgbTest, HalfSizeTakesSitesAndJoinsGreens) {
   s.nRoundUp = 1, s.nRoundUpGreen = 5;
   EXPECT_EQ(img->Do(s, 0), 0);
   EXPECT_EQ(img->GetWidth(), 8);
+}
+
+// Gains of 1 where medians are below 1; the gains of another image, also a
+// plain CImage; unknown patterns; the sampled median's failure on frames of
+// 50,001 to 149,999 pixels passes through.
+TEST_P(BayerToRgbTest, GainsFromPhaseMedians) {
+  double gains[4] = {7, 7, 7, 7};
+  auto dark = Mosaic(Manager(), 16, 12, 1, [](int, int, int c) { return c == 1 ? 40.0f : 0.5f; });
+  ASSERT_EQ(dark->GetGain(1, gains), 1);
+  EXPECT_EQ(std::vector<double>(gains, gains + 4), (std::vector<double>{1, 1, 1, 1}));
+  auto lit = Mosaic(Manager(), 16, 12, 2, [](int, int, int c) { return std::array{20.0f, 40.0f, 80.0f}[c]; });
+  ASSERT_EQ(dark->GetGain(lit.get(), 2, gains), 1);  // GRBG: R at (1, 0), B at (0, 1)
+  EXPECT_EQ(std::vector<double>(gains, gains + 4), (std::vector<double>{1, 2, 0.5, 1}));
+  CImage plain;
+  ASSERT_TRUE(plain.CopyImage(*lit, nullptr));
+  ASSERT_EQ(dark->GetGain(&plain, 2, gains), 1);
+  EXPECT_EQ(gains[1], 2.0);
+  EXPECT_EQ(dark->GetGain(5, gains), 0);
+  EXPECT_EQ(dark->GetGain(0, gains), 0);
+  auto middling = Mosaic(Manager(), 250, 250, 1, Affine);
+  EXPECT_THROW(middling->GetGain(1, gains), std::bad_alloc);
+  EXPECT_EQ(middling->GetWidth(), 250);
 }
 
 // Refusals: 0, the image untouched, no progress.

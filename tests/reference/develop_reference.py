@@ -7,6 +7,7 @@ into the directory given as the only argument:
   bits12, bits_range     12 to 16 bits over 0..4095 and over the data's own range
   gamma                  gamma 2.2 over the levels 0..4095
   roundup_<pattern>_<g>  the half-size planes R, G, B for green mode g
+  gain_<pattern>         the four white-balance gains from the phase medians
 """
 import os
 import sys
@@ -59,6 +60,18 @@ def roundup(a, pattern, green):
     return np.stack([red, g, blue])
 
 
+def gains(a, pattern):
+    # The upper middle of each phase's sorted samples, as float32.
+    m = [np.float32(np.sort(a[oy::2, ox::2].ravel())[a[oy::2, ox::2].size // 2]) for oy, ox in
+         ((0, 0), (0, 1), (1, 0), (1, 1))]
+    g = np.zeros(4, dtype=np.float64)
+    pair = (1, 2) if pattern in (1, 3) else (0, 3)
+    green = (m[2] + m[1]) * np.float32(0.5) if pattern in (1, 3) else (m[3] + m[0]) * np.float32(0.5)
+    for k in range(4):
+        g[k] = 1.0 if k in pair or m[k] < 1 else np.float32(green / m[k])
+    return g
+
+
 def main(out):
     os.makedirs(out, exist_ok=True)
     rng = np.random.default_rng(11)
@@ -75,6 +88,7 @@ def main(out):
     write(out, "bits_range", np.clip((a - lo) * 65535 / (hi - lo), 0, 65535))
     write(out, "gamma", np.where(a > 0, (a / 4095.0) ** (1 / 2.2) * 4095.0, a))
     for pattern in range(1, 5):
+        write(out, "gain_%d" % pattern, gains(mosaic, pattern))
         for green in (0, 1, 2, 3, 4, -1):
             write(out, "roundup_%d_%d" % (pattern, green), roundup(mosaic, pattern, green))
 
