@@ -240,7 +240,9 @@ TEST(FftdDo1D, StridedLayoutOfRowTransforms) {
     }
   }
   for (int at = 0; at < w * h; ++at)
-    if (!written[at]) EXPECT_EQ(a[at].re, input[2 * at]) << at;
+    if (!written[at]) {
+      EXPECT_EQ(a[at].re, input[2 * at]) << at;
+    }
 }
 
 TEST(FftOperations, GaussConvolutionMinMaxAndPoc) {

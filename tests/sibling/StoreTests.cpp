@@ -144,7 +144,9 @@ TEST_P(StoreTest, UnlockAllInAParallelLoopReleasesOnlyTheCallersLocks) {
     if (omp_get_thread_num() == 0) kept = image.Unlock(held);
   }
   // A team of one thread is not a parallel region: nothing can be kept then.
-  if (omp_get_max_threads() > 1) EXPECT_TRUE(kept) << "another thread's UnlockAll dropped the lock";
+  if (omp_get_max_threads() > 1) {
+    EXPECT_TRUE(kept) << "another thread's UnlockAll dropped the lock";
+  }
   // Outside a loop every thread's locks go.
 #pragma omp parallel num_threads(2)
   {
