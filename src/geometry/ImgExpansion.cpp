@@ -30,8 +30,8 @@ void CImgExpansion::Do(CLmrImage *pSrc, double fCenterX, double fCenterY, double
   const int left = flat ? (width - panelWidth) / 2 : 0, top = flat ? 0 : (height - panelHeight) / 2;
   std::vector<char> gridColumn(static_cast<std::size_t>(width), 0), gridRow(static_cast<std::size_t>(height), 0);
   if (bGrid && panelWidth > 0 && panelHeight > 0) {
-    for (int k = 0; k <= 36; ++k) gridColumn[left + std::min(k * panelWidth / 36, panelWidth - 1)] = 1;
-    for (int k = 0; k <= 18; ++k) gridRow[top + std::min(k * panelHeight / 18, panelHeight - 1)] = 1;
+    for (long long k = 0; k <= 36; ++k) gridColumn[left + std::min(k * panelWidth / 36, panelWidth - 1LL)] = 1;
+    for (long long k = 0; k <= 18; ++k) gridRow[top + std::min(k * panelHeight / 18, panelHeight - 1LL)] = 1;
   }
   double turn[9];
   qorimg::RotateY(fAltitude, turn);

@@ -130,8 +130,12 @@ TEST_P(MosaicExpansionTest, MosaicBadInput) {
   fresh.Do(a.get(), 0, 0, b.get(), 0, 0, -std::numeric_limits<double>::infinity(), 0, nullptr, nullptr, 0, 0,
            nullptr, 0);
   EXPECT_TRUE(SamePixels(fresh, *kept));
-  EXPECT_THROW(fresh.Do(nullptr, 0, 0, b.get(), 0, 0, 0, 0, nullptr, nullptr, 0, 0, nullptr, 0), CInvalidArgException *);
-  EXPECT_THROW(fresh.Do(a.get(), 0, 0, nullptr, 0, 0, 0, 0, nullptr, nullptr, 0, 0, nullptr, 0), CInvalidArgException *);
+  CLmrImage int16(Manager(), CImage::Int16, 8, 6, 3, 1.0, 0.0, 1, nullptr);
+  for (CLmrImage *bad : {static_cast<CLmrImage *>(nullptr), &int16}) {
+    EXPECT_THROW(fresh.Do(bad, 0, 0, b.get(), 0, 0, 0, 0, nullptr, nullptr, 0, 0, nullptr, 0), CInvalidArgException *);
+    EXPECT_THROW(fresh.Do(a.get(), 0, 0, bad, 0, 0, 0, 0, nullptr, nullptr, 0, 0, nullptr, 0), CInvalidArgException *);
+  }
+  EXPECT_TRUE(SamePixels(fresh, *kept));
   // a as the target: the result of a separate copy of a.
   CImgMosaic separate;
   separate.Create(*a, nullptr);
@@ -214,8 +218,9 @@ TEST_P(MosaicExpansionTest, ExpansionUnrollsAPaintedDisc) {
     EXPECT_GT(seen, 300);
     EXPECT_GT(far, 300);
   }
-  CImgExpansion fresh;
-  EXPECT_THROW(fresh.Do(nullptr, 1, 1, 1, 0, 0, 0, 0, nullptr, 0), CInvalidArgException *);
+  RejectsNullAndNonFloat<CImgExpansion>(Manager(), [](CImgExpansion &op, CLmrImage *s) {
+    op.Do(s, 1, 1, 1, 0, 0, 0, 0, nullptr, 1);
+  });
 }
 
 }  // namespace
