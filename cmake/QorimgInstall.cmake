@@ -18,7 +18,9 @@ set(QORIMG_PUBLIC_HEADERS
   core/LmrImage.h
   core/PixelMath.h
   geometry/ImgCrop.h
+  geometry/ImgExpansion.h
   geometry/ImgFlip.h
+  geometry/ImgMosaic.h
   geometry/ImgResize.h
   geometry/ImgResolution.h
   geometry/ImgRotate.h
