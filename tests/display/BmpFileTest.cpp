@@ -1,5 +1,7 @@
 // Bitmaps out as .bmp files, read back by OpenCV's decoder, and bitmaps in
 // through AttachDIB.
+#include <string>
+#include <unistd.h>
 #include <cstdio>
 #include <opencv2/imgcodecs.hpp>
 #include "display/BmpFile.h"
@@ -13,7 +15,7 @@ namespace {
 class BmpFileTest : public RouteTest {
 protected:
   std::string TempFile(const char *name) const {
-    return ::testing::TempDir() + "qorimg_" + Case().name + "_" + name + ".bmp";
+    return ::testing::TempDir() + "qorimg_" + std::to_string(getpid()) + "_" + Case().name + "_" + name + ".bmp";
   }
   std::unique_ptr<CLmrImage> MakeLevelled(int w, int h, int planes) const {
     auto image = MakeImage(w, h, planes);

@@ -1,6 +1,8 @@
 // CImgLucy on every route: the numpy double reference of the core, flux,
 // skimage's Richardson-Lucy as a floor, the PSF's normalisation, edge cases,
 // and progress, ESC and failures.
+#include <string>
+#include <unistd.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -26,7 +28,7 @@ std::unique_ptr<float[]> Psf(double sigma, int w = 64, int h = 64) {
 // The preparation and two iterations on a 64 x 64 frame (canvas = frame)
 // against tests/reference/lucy_reference.py in double: 1e-3 of the peak.
 TEST_P(LucyTest, MatchesDoubleReference) {
-  const std::string dir = ::testing::TempDir() + "lucy_core_" + Case().name;
+  const std::string dir = ::testing::TempDir() + "lucy_core_" + std::to_string(getpid()) + "_" + Case().name;
   std::system(("mkdir -p " + dir).c_str());
   auto op = Make(64, 64, 1, [](int x, int y, int) { return StarField(x, y, 50.0, 1.5); });
   const auto data = ReadPlane(*op, 0);
@@ -62,7 +64,7 @@ TEST_P(LucyTest, KeepsFluxAndRoutesAgree) {
 // A blurred star field with Poisson noise: after n accelerated iterations a
 // star's peak is at least what skimage's plain Richardson-Lucy reaches.
 TEST(LucyAgainstSkimage, PeakAtLeastSkimages) {
-  const std::string dir = ::testing::TempDir() + "lucy_skimage";
+  const std::string dir = ::testing::TempDir() + "lucy_skimage_" + std::to_string(getpid());
   std::system(("mkdir -p " + dir).c_str());
   const auto psf = Psf(2.0);
   WriteRaw(dir + "/psf.f32", psf.get(), 64 * 64);

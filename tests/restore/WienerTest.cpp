@@ -1,6 +1,8 @@
 // CImgWiener on every route: the numpy double reference of its arithmetic,
 // the gain by hand, rectangles, bad parameters, progress and failure, and the
 // measured effect on a blurred star field.
+#include <string>
+#include <unistd.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -20,7 +22,7 @@ QORIMG_ALL_ROUTES(WienerTest);
 // in float; the reference in double: 1e-4 of its largest value.
 TEST_P(WienerTest, MatchesDoubleReference) {
   const int w = 200, h = 150;
-  const std::string dir = ::testing::TempDir() + "wiener_reference";
+  const std::string dir = ::testing::TempDir() + "wiener_reference_" + std::to_string(getpid());
   const std::string command = "/usr/bin/python3 " QORIMG_REFERENCE_DIR "/wiener_reference.py " + dir + " 2 0.01 > /dev/null";
   ASSERT_EQ(std::system(command.c_str()), 0);
   const auto input = ReadRaw<float>(dir + "/input.f32", w * h);
