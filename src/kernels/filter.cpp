@@ -16,6 +16,8 @@ using qorimg::kernels::generators::kVectorLanes;
 // that the 2nR rows of halo that a strip filters along x as well stay a
 // quarter of its work or less.
 constexpr int kStripRows = 32;
+// Columns per tile: the 2nR columns of halo stay a few percent.
+constexpr int kTileColumns = 512;
 
 // The blur of `input` with `weight` (2nR+1 taps) and its schedule.
 class SeparableFilter {
@@ -30,18 +32,21 @@ class SeparableFilter {
     blurred(x, y) = strict_float(blurred(x, y) + weight(taps) * alongX(x, y + taps - nR));
   }
 
-  // Strips of rows in parallel; the mirrored source and the intermediate of a
-  // strip are made inside it, each tap's pass runs along x in vectors.
+  // Strips of rows in parallel, cut into tiles across x so that the mirrored
+  // source and the intermediate of a tile stay in cache; each tap's pass runs
+  // along x in vectors.
   void ScheduleFor(Func output, const Var &ox, const Var &oy, const Expr &nR) {
-    const Var strip("strip"), row("row");
+    const Var strip("strip"), row("row"), tile("tile"), column("column");
     output.split(oy, strip, row, max(kStripRows, 8 * nR), TailStrategy::GuardWithIf)
+        .split(ox, tile, column, kTileColumns, TailStrategy::GuardWithIf)
+        .reorder(column, row, tile, strip)
         .parallel(strip)
-        .vectorize(ox, kVectorLanes, TailStrategy::GuardWithIf);
-    mirrored.compute_at(output, strip).vectorize(mirrored.args()[0], kVectorLanes, TailStrategy::GuardWithIf);
-    alongX.compute_at(output, strip).vectorize(x, kVectorLanes, TailStrategy::GuardWithIf);
-    alongX.update().reorder(x, taps, y).vectorize(x, kVectorLanes, TailStrategy::GuardWithIf);
+        .vectorize(column, kVectorLanes, TailStrategy::GuardWithIf);
+    mirrored.compute_at(output, tile).vectorize(mirrored.args()[0], kVectorLanes, TailStrategy::GuardWithIf);
+    alongX.compute_at(output, tile).vectorize(x, kVectorLanes, TailStrategy::GuardWithIf);
+    alongX.update().vectorize(x, kVectorLanes, TailStrategy::GuardWithIf);
     blurred.compute_at(output, row).vectorize(x, kVectorLanes, TailStrategy::GuardWithIf);
-    blurred.update().reorder(x, taps, y).vectorize(x, kVectorLanes, TailStrategy::GuardWithIf);
+    blurred.update().vectorize(x, kVectorLanes, TailStrategy::GuardWithIf);
   }
 
   Func blurred{"blurred"};
