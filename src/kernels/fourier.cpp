@@ -97,7 +97,7 @@ class LogToneFloat : public Generator<LogToneFloat> {
 // at rho = exp(rho_start + j * delta_rho), theta = theta_start + i *
 // delta_theta about the centre (W/2 - 0.5, H/2 - 0.5) bilinearly, neighbours
 // clamped; 0 for sources outside (-0.5, W - 0.5) x (-0.5, H - 0.5), which a
-// NaN coordinate also is. Imaginary parts 0.
+// NaN coordinate also is. Imaginary components are zero.
 class ToLogPolarFloat : public Generator<ToLogPolarFloat> {
  public:
   Input<Buffer<float, 3>> input{"input"};

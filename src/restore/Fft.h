@@ -76,7 +76,7 @@ public:
   // Radial Hann window about (W/2, H/2), zero beyond min(W, H)/2.
   void Windowing(int nArray);
   // Replaces the real parts by their log-polar map (theta along rows, log rho
-  // down the columns; imaginary parts 0), optionally after a log tone.
+  // down the columns; imaginary components zero), optionally after a log tone.
   void ToLogPolar(int nRhoMin, int bInscribed, int nThetaStart, int nThetaEnd, int bLogTone, int nArray);
   void SetProgressImg(CLmrImage *pImage) { m_pProgressImg = pImage; }
   void DebugOut(int) {}

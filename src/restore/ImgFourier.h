@@ -50,7 +50,7 @@ protected:
   // top left (pipeline on whole-plane stores without pIm), or the rectangle's
   // rows cropped to the array. Row loops tick progress once a row.
   void PutImage(CFftd &fft, int nArray, const CLmrImage &re, const CLmrImage *pIm, int plane, const CRect *rect);
-  // The real (part 0) or imaginary (1) slots of array nArray into plane
+  // The real (component 0) or imaginary (1) slots of array nArray into plane
   // `plane` of pOut, which keeps its own size.
   void GetImage(CFftd &fft, int nArray, CLmrImage &out, int part, int plane);
 

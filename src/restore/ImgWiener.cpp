@@ -13,7 +13,7 @@ namespace {
 using qorimg::LineRect;
 
 // Plane `plane` of `work` (w x h) into F's real parts on the 0..255 scale,
-// with mirrored pad columns and rows; imaginary parts 0.
+// with mirrored pad columns and rows; imaginary components zero.
 void LoadPlane(CFft &f, const CLmrImage &work, int plane) {
   const int w = work.GetWidth(), h = work.GetHeight(), fw = f.GetWidth(), fh = f.GetHeight();
   const double min = work.GetLevelMin(plane), range = work.GetLevelRange(plane);
