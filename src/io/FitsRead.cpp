@@ -21,7 +21,8 @@ bool StartsAsFits(const std::string &path) {
 
 [[noreturn]] void FailOpen(const std::string &path, int status) {
   const std::string why = CfitsioText(status);
-  if (!std::filesystem::exists(path)) throw IoError(IoError::NotFound, path, "no such file " + why);
+  std::error_code ec;
+  if (!std::filesystem::exists(path, ec)) throw IoError(IoError::NotFound, path, "no such file " + why);
   if ((status == END_OF_FILE || status == READ_ERROR) && StartsAsFits(path))
     throw IoError(IoError::Truncated, path, "truncated FITS file " + why);
   if (status == BAD_BITPIX) throw IoError(IoError::Unsupported, path, "unsupported BITPIX " + why);
@@ -76,7 +77,9 @@ void CheckLength(fitsfile *f, const FitsInfo &info, bool compressed) {
   LONGLONG headStart = 0, dataStart = 0, dataEnd = 0;
   int status = 0;
   if (fits_get_hduaddrll(f, &headStart, &dataStart, &dataEnd, &status)) FailOpen(info.path, status);
-  const auto size = static_cast<LONGLONG>(std::filesystem::file_size(info.path));
+  std::error_code ec;
+  const auto size = static_cast<LONGLONG>(std::filesystem::file_size(info.path, ec));
+  if (ec) throw IoError(IoError::NotFound, info.path, "cannot be read (" + ec.message() + ")");
   const LONGLONG needed = compressed ? dataEnd - 2879
                                      : dataStart + static_cast<LONGLONG>(std::abs(info.bitpix) / 8) * info.width *
                                                        info.height * info.planes;

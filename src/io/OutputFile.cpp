@@ -24,17 +24,24 @@ namespace {
 
 std::string SystemText(int error) { return std::string("(") + std::strerror(error) + ")"; }
 
+// Without raising when the path cannot be examined (the write then reports it).
+bool Exists(const std::string &path) {
+  std::error_code ec;
+  return std::filesystem::exists(path, ec);
+}
+
 }  // namespace
 
 OutputFile::OutputFile(std::string path, bool overwrite) : path_(std::move(path)), overwrite_(overwrite) {
-  if (!overwrite_ && std::filesystem::exists(path_)) throw IoError(IoError::Exists, path_, "exists (not overwritten)");
+  if (!overwrite_ && Exists(path_)) throw IoError(IoError::Exists, path_, "exists (not overwritten)");
   // Same directory, so that the rename never crosses file systems; hidden, and
   // unique per process and call.
   static std::atomic<unsigned> counter{0};
   const std::filesystem::path target(path_);
-  temporary_ = (target.parent_path() / ("." + target.filename().string() + ".tmp" + std::to_string(getpid()) + "-" +
-                                        std::to_string(counter++)))
-                   .string();
+  std::string name = ".";  // appended step by step: g++ 12 warns falsely on "." + s + ...
+  name += target.filename().string();
+  name += ".tmp" + std::to_string(getpid()) + "-" + std::to_string(counter++);
+  temporary_ = (target.parent_path() / name).string();
 }
 
 OutputFile::~OutputFile() {
@@ -52,7 +59,7 @@ void OutputFile::Commit() {
     throw IoError(IoError::Exists, path_, "exists (not overwritten)");
   } else {
     // File systems without hard links: checked, then renamed.
-    if (std::filesystem::exists(path_)) throw IoError(IoError::Exists, path_, "exists (not overwritten)");
+    if (Exists(path_)) throw IoError(IoError::Exists, path_, "exists (not overwritten)");
     if (std::rename(temporary_.c_str(), path_.c_str()) != 0)
       throw IoError(IoError::WriteFailed, path_, "cannot be written " + SystemText(errno));
   }
