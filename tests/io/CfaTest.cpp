@@ -31,7 +31,7 @@ class CfaMatrixTest : public ::testing::TestWithParam<CfaCase> {};
 TEST_P(CfaMatrixTest, DevelopedSceneHasItsColours) {
   const auto [pattern, order, xOffset, yOffset, height] = GetParam();
   ScratchDir dir;
-  RawFrame frame{FLOAT_IMG, kWidth, height, 1, false, {}};
+  RawFrame frame{FLOAT_IMG, kWidth, height, 1, {}};
   frame.cards.Set("BAYERPAT", std::string(io::CfaPatternName(pattern)));
   frame.cards.Set("XBAYROFF", static_cast<long long>(xOffset));
   frame.cards.Set("YBAYROFF", static_cast<long long>(yOffset));

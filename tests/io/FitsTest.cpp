@@ -1,4 +1,4 @@
-// Reading, writing and section reads of FITS frames, on both store kinds, and
+// Frames written and read back on both store kinds, and
 // the errors a bad file or output gives.
 #include <cmath>
 #include <fstream>
@@ -77,56 +77,19 @@ TEST_P(FitsStoreTest, WrittenFramesReadBackWithTheirCards) {
   EXPECT_EQ(dir_.Files().size(), 4u) << "temporaries left behind";
 }
 
-// A frame stored with the given row order, plain or tile-compressed.
-struct SectionCase {
-  bool topDown, compressed;
-  int planes;
-};
-
-TEST_P(FitsStoreTest, SectionReadsEqualTheWholeRead) {
-  const int w = 21, h = 19;
-  for (SectionCase c : {SectionCase{false, false, 1}, SectionCase{true, false, 3}, SectionCase{false, true, 1},
-                        SectionCase{true, true, 3}}) {
-    RawFrame frame{c.compressed ? SHORT_IMG : FLOAT_IMG, w, h, c.planes, c.compressed, {}};
-    if (c.topDown) frame.cards.Set("ROWORDER", std::string("TOP-DOWN"));
-    const std::string path = dir_ / (std::string(c.topDown ? "top" : "bottom") + (c.compressed ? ".fits.fz" : ".fits"));
-    WriteRaw(path, frame, [&](int x, int row, int p) { return x * 3 + row * 100 + p * 5000; });
-    io::FitsInfo info;
-    auto whole = io::ReadFits(path, manager_, &info);
-    SCOPED_TRACE(path);
-    EXPECT_EQ(info.rowOrder, c.topDown ? io::RowOrder::TopDown : io::RowOrder::BottomUp);
-    EXPECT_EQ(info.hdu, c.compressed ? 2 : 1);
-    // Engine row 0 is the top line: the first stored row of a top-down file,
-    // the last of a bottom-up one.
-    EXPECT_EQ(whole->GetPixelGrayRaw(2, 0, 0), 6 + (c.topDown ? 0 : (h - 1) * 100));
-    for (auto [top, rows] : {std::pair{0, 1}, {0, h}, {5, 7}, {h - 3, 3}, {h - 1, 1}, {4, 0}}) {
-      std::vector<float> band(static_cast<std::size_t>(w) * rows * c.planes, -1.0f);
-      io::ReadFitsRows(info, top, rows, band.data());
-      for (int p = 0; p < c.planes; ++p)
-        for (int r = 0; r < rows; ++r)
-          for (int x = 0; x < w; ++x)
-            ASSERT_EQ(band[(static_cast<std::size_t>(p) * rows + r) * w + x], whole->GetPixelGrayRaw(x, top + r, p))
-                << "rows " << top << "+" << rows << " at " << x << "," << r << "," << p;
-    }
-    float none = 0;
-    EXPECT_THROW(io::ReadFitsRows(info, h - 2, 3, &none), std::out_of_range);
-    EXPECT_THROW(io::ReadFitsRows(info, -1, 1, &none), std::out_of_range);
-  }
-}
-
 // Each bad input or output: the kind, a message naming the file (and cfitsio's
 // text where cfitsio failed), and nothing written or left behind.
 TEST(FitsErrors, NameTheFileAndLeaveNothingBehind) {
   ScratchDir dir;
   const auto manager = MakeManager(StoreKind::Block);
   const std::string good = dir / "good.fits";
-  WriteRaw(good, {SHORT_IMG, 40, 30, 1, false, {}}, [](int x, int row, int) { return x + row; });
+  WriteRaw(good, {SHORT_IMG, 40, 30, 1, {}}, [](int x, int row, int) { return x + row; });
   std::ofstream(dir / "notes.fit") << "SIMPLE? no, a shopping list\n";
   std::filesystem::copy_file(good, dir / "short.fits");
   std::filesystem::resize_file(dir / "short.fits", 2880 + 1000);
   std::filesystem::copy_file(good, dir / "header.fits");
   std::filesystem::resize_file(dir / "header.fits", 1000);
-  WriteRaw(dir / "cube.fits", {FLOAT_IMG, 8, 6, 2, false, {}}, [](int, int, int) { return 1.0; });
+  WriteRaw(dir / "cube.fits", {FLOAT_IMG, 8, 6, 2, {}}, [](int, int, int) { return 1.0; });
   std::ofstream(dir / "taken.fits") << "keep me";
   const auto image = MakeImage(manager, 8, 6, 1);
 

@@ -40,7 +40,6 @@ private:
 struct RawFrame {
   int bitpix = FLOAT_IMG;  // cfitsio's image type (USHORT_IMG for BZERO 32768)
   int width = 0, height = 0, planes = 1;
-  bool compressed = false;  // tile-compressed (RICE) in an extension; SHORT_IMG only
   io::FitsHeader cards;     // written as they stand
 };
 
@@ -52,7 +51,6 @@ inline void WriteRaw(const std::string &path, const RawFrame &frame, const Store
   int status = 0;
   long axes[3] = {frame.width, frame.height, frame.planes};
   fits_create_diskfile(&f, path.c_str(), &status);
-  if (frame.compressed) fits_set_compression_type(f, RICE_1, &status);
   fits_create_img(f, frame.bitpix, frame.planes == 1 ? 2 : 3, axes, &status);
   for (const std::string &card : frame.cards.Records()) fits_write_record(f, card.c_str(), &status);
   std::vector<double> samples;
@@ -60,12 +58,7 @@ inline void WriteRaw(const std::string &path, const RawFrame &frame, const Store
     for (int row = 0; row < frame.height; ++row)
       for (int x = 0; x < frame.width; ++x) samples.push_back(pixel(x, row, p));
   long first[3] = {1, 1, 1};
-  if (frame.compressed) {  // cfitsio compresses only samples of the image's own type: 16-bit here
-    std::vector<short> codes(samples.begin(), samples.end());
-    fits_write_pix(f, TSHORT, first, static_cast<LONGLONG>(codes.size()), codes.data(), &status);
-  } else {
-    fits_write_pix(f, TDOUBLE, first, static_cast<LONGLONG>(samples.size()), samples.data(), &status);
-  }
+  fits_write_pix(f, TDOUBLE, first, static_cast<LONGLONG>(samples.size()), samples.data(), &status);
   fits_close_file(f, &status);
   ASSERT_EQ(status, 0) << "cfitsio could not write " << path;
 }

@@ -21,7 +21,7 @@ TEST(Png, CodesAreTheLevelsMappedLinearlyAndClipped) {
   for (int planes : {1, 3})
     for (int bits : {8, 16}) {
       auto image = MakeImage(manager, 17, 9, planes, fill);
-      const std::string path = dir / ("p" + std::to_string(planes) + "_" + std::to_string(bits) + ".png");
+      const std::string path = dir / (std::to_string(planes * 100 + bits) + ".png");
       io::WritePng(path, *image, bits, black, white, false);
       const cv::Mat png = cv::imread(path, cv::IMREAD_UNCHANGED);
       ASSERT_FALSE(png.empty()) << path;
