@@ -1,0 +1,119 @@
+// Levels by the engine's automatic levels, placed on the sky, and digital
+// development by the engine's developer.
+#include "Stretch.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+#include <tuple>
+#include "filter/FilterMatrix.h"
+#include "filter/ImgFilterSpecial.h"
+#include "tone/ImgAutoLevel.h"
+
+namespace qorimg::workflow {
+namespace {
+
+// Black this many deviations of the sky below it, white this many above: the
+// sky then shows at 2.5 / 17.5 of full scale (36 of 255), and anything well
+// above the sky's noise, a star's core, saturates.
+constexpr double kBelowSky = 2.5, kAboveSky = 15.0;
+// The histogram's sky width is six one-sided deviations.
+constexpr double kHistogramWidth = 6.0;
+// Shares of the pixels below black and above white.
+constexpr double kNormalLow = 0.01, kNormalHigh = 0.9995;
+
+std::unique_ptr<CLmrImage> Copy(const CLmrImage& image, const std::shared_ptr<CVmManager>& manager) {
+  auto copy = std::make_unique<CLmrImage>(manager, CImage::Float32, image.GetWidth(), image.GetHeight(),
+                                          image.GetPlanes(), 1.0, 0.0, 1, std::shared_ptr<lumora::Progress>());
+  for (int p = 0; p < image.GetPlanes(); ++p)
+    for (int y = 0; y < image.GetHeight(); ++y) {
+      const float* line = image.GetImageAdr(0, y, p, CImage::ReadOnly);
+      std::copy(line, line + image.GetWidth(), copy->GetImageAdr(0, y, p));
+    }
+  return copy;
+}
+
+// The sky's median and its deviation: the deviation about the mean of the
+// samples within 3 deviations of the median, narrowed from all samples down to
+// the sky. A colour frame is measured on its green plane.
+std::pair<double, double> Sky(CImgAutoLevel& meter) {
+  const int plane = meter.GetPlanes() > 1 ? 1 : 0;
+  float median = 0;
+  meter.GetMedian(&median, 1, 0, plane, nullptr);
+  double sigma = 0;
+  meter.GetLevelRangeStd(-INFINITY, INFINITY, &sigma, plane, nullptr);
+  for (int i = 0; i < 5 && sigma > 0; ++i)
+    meter.GetLevelRangeStd(float(median - 3 * sigma), float(median + 3 * sigma), &sigma, plane, nullptr);
+  return {median, sigma};
+}
+
+// The widest levels over the planes.
+std::pair<double, double> Levels(const CLmrImage& image) {
+  double black = image.GetLevelMin(0), white = image.GetLevelMax(0);
+  for (int p = 1; p < image.GetPlanes(); ++p)
+    black = std::min(black, image.GetLevelMin(p)), white = std::max(white, image.GetLevelMax(p));
+  return {black, white};
+}
+
+// Development keeps the sky where the levels put it: with the sky at s on the
+// 0..255 scale, v / (blur + a) * (s + a) maps the sky onto itself; a = 4 s
+// keeps the sky's noise as the levels show it, while a star's core, several
+// times its blurred surroundings, goes to full scale.
+void Develop(CLmrImage& image, const CLmrImage& source, double sigma, double black, double white, double sky) {
+  CImgFilterSpecial dev;
+  dev.Swap(&image);
+  const int planes = dev.GetPlanes();
+  CFilterMatrix kernel;
+  kernel.MakeGaussian(sigma);
+  auto src = std::make_unique<CLmrImage>(source);
+  const float s = float(std::clamp((sky - black) / (white - black), 0.01, 1.0) * 255.0);
+  int blur[3] = {0, 1, 2};
+  float lo[3], range[3], a[3], mul[3];
+  for (int c = 0; c < planes; ++c) {
+    dev.SetLevel(c, black, white);
+    dev.MakeFilterProc(src.get(), &kernel, c, 1);
+    lo[c] = float(black), range[c] = float(white - black), a[c] = 4 * s, mul[c] = 5 * s;
+  }
+  dev.DigitalDvlpOnly(1, src.get(), 1.0, blur, lo, range, a, mul, nullptr, 0);
+  dev.ClearFilterProc();
+  image.Swap(&dev);
+}
+
+}  // namespace
+
+Stretched Stretch(const CLmrImage& stacked, const StretchOptions& o, const std::shared_ptr<CVmManager>& manager) {
+  Stretched out;
+  CImgAutoLevel meter;
+  {
+    auto copy = Copy(stacked, manager);
+    meter.Swap(copy.get());
+  }
+  const auto [sky, sigma] = Sky(meter);
+  switch (o.levels) {
+    case LevelsMode::Fixed:
+      if (!(o.white > o.black)) throw std::invalid_argument("white must lie above black");
+      out.black = o.black, out.white = o.white;
+      break;
+    case LevelsMode::Histogram:
+      meter.DoByHistogram(kBelowSky / kHistogramWidth, kAboveSky / kHistogramWidth, 0, 1, nullptr);
+      std::tie(out.black, out.white) = Levels(meter);
+      break;
+    case LevelsMode::Normal:
+      meter.DoByNormal(kNormalLow, kNormalHigh, 0, nullptr);
+      std::tie(out.black, out.white) = Levels(meter);
+      break;
+    case LevelsMode::Median:
+      out.black = sky - kBelowSky * sigma, out.white = sky + kAboveSky * sigma;
+      break;
+  }
+  // A flat frame has no spread: one unit of its value (or 1) above black.
+  if (!(out.white > out.black)) out.white = out.black + std::max(1.0, std::abs(out.black));
+  auto image = std::make_unique<CLmrImage>();
+  image->Swap(&meter);
+  if (o.developSigma > 0) Develop(*image, stacked, o.developSigma, out.black, out.white, sky);
+  for (int p = 0; p < image->GetPlanes(); ++p) image->SetLevel(p, out.black, out.white);
+  out.image = std::move(image);
+  return out;
+}
+
+}  // namespace qorimg::workflow

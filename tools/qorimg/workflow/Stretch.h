@@ -1,0 +1,30 @@
+// A display stretch of a stacked frame: the black and white levels that show
+// the sky as a dark grey (not black) with the stars white, found by the
+// engine's automatic levels or given, and optionally digital development,
+// which divides each pixel by its blurred surroundings so that faint sky and
+// bright star cores fit the display range together.
+#pragma once
+#include <memory>
+#include "FrameSource.h"
+
+namespace qorimg::workflow {
+
+// Histogram: from the sky peak of the histogram and the sky's width below it.
+// Median: from the median and the deviation of the sky about it.
+// Normal: from shares of the pixels (1 % below black, 0.05 % above white).
+// Fixed: the given black and white.
+enum class LevelsMode { Histogram, Median, Normal, Fixed };
+struct StretchOptions {
+  LevelsMode levels = LevelsMode::Median;
+  double black = 0, white = 0;
+  double developSigma = 0;  // > 0: digital development with a Gaussian blur of this sigma
+};
+// The image (developed, or a copy) with its levels set to black..white; black
+// and white are also what a preview maps to 0 and full scale.
+struct Stretched {
+  std::unique_ptr<CLmrImage> image;
+  double black = 0, white = 0;
+};
+Stretched Stretch(const CLmrImage& stacked, const StretchOptions&, const std::shared_ptr<CVmManager>&);
+
+}  // namespace qorimg::workflow
