@@ -16,7 +16,7 @@ struct Star {
 
 // Stars of sigma 2 px on a sky of 1000 with a gradient, at reference (x, y).
 inline double Sky(double x, double y, const std::vector<Star>& stars) {
-  double v = 1000.0 + 0.5 * x + 0.25 * y;
+  double v = 1000.0 + 0.1 * x + 0.05 * y;
   for (const Star& s : stars) v += s.peak * std::exp(-((x - s.x) * (x - s.x) + (y - s.y) * (y - s.y)) / 8.0);
   return v;
 }

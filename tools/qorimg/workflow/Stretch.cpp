@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
-#include <tuple>
 #include "filter/FilterMatrix.h"
 #include "filter/ImgFilterSpecial.h"
 #include "tone/ImgAutoLevel.h"
@@ -13,14 +12,14 @@
 namespace qorimg::workflow {
 namespace {
 
-// Black this many deviations of the sky below it, white this many above: the
-// sky then shows at 2.5 / 17.5 of full scale (36 of 255), and anything well
-// above the sky's noise, a star's core, saturates.
+// Black 2.5 deviations of the sky below it, white 15 above: the sky then
+// shows at 2.5 / 17.5 of full scale (36 of 255), and anything well above the
+// sky's noise, a star's core, saturates.
 constexpr double kBelowSky = 2.5, kAboveSky = 15.0;
 // The histogram's sky width is six one-sided deviations.
 constexpr double kHistogramWidth = 6.0;
-// Shares of the pixels below black and above white.
-constexpr double kNormalLow = 0.01, kNormalHigh = 0.9995;
+// Share of the pixels below black for the levels by shares.
+constexpr double kNormalLow = 0.01;
 
 std::unique_ptr<CLmrImage> Copy(const CLmrImage& image, const std::shared_ptr<CVmManager>& manager) {
   auto copy = std::make_unique<CLmrImage>(manager, CImage::Float32, image.GetWidth(), image.GetHeight(),
@@ -47,12 +46,11 @@ std::pair<double, double> Sky(CImgAutoLevel& meter) {
   return {median, sigma};
 }
 
-// The widest levels over the planes.
-std::pair<double, double> Levels(const CLmrImage& image) {
-  double black = image.GetLevelMin(0), white = image.GetLevelMax(0);
-  for (int p = 1; p < image.GetPlanes(); ++p)
-    black = std::min(black, image.GetLevelMin(p)), white = std::max(white, image.GetLevelMax(p));
-  return {black, white};
+// The lowest black over the planes.
+double LowestBlack(const CLmrImage& image) {
+  double black = image.GetLevelMin(0);
+  for (int p = 1; p < image.GetPlanes(); ++p) black = std::min(black, image.GetLevelMin(p));
+  return black;
 }
 
 // Development keeps the sky where the levels put it: with the sky at s on the
@@ -88,24 +86,28 @@ Stretched Stretch(const CLmrImage& stacked, const StretchOptions& o, const std::
     auto copy = Copy(stacked, manager);
     meter.Swap(copy.get());
   }
-  const auto [sky, sigma] = Sky(meter);
+  auto [sky, sigma] = Sky(meter);
+  // Each mode finds the sky and the black below it; white then puts the sky at
+  // the same dark grey in every mode.
   switch (o.levels) {
     case LevelsMode::Fixed:
       if (!(o.white > o.black)) throw std::invalid_argument("white must lie above black");
       out.black = o.black, out.white = o.white;
       break;
-    case LevelsMode::Histogram:
+    case LevelsMode::Histogram: {
       meter.DoByHistogram(kBelowSky / kHistogramWidth, kAboveSky / kHistogramWidth, 0, 1, nullptr);
-      std::tie(out.black, out.white) = Levels(meter);
+      float mode = 0;
+      meter.GetMode(&mode, nullptr, nullptr, meter.IsColor() ? 1 : 0, 0, nullptr);
+      sky = mode, out.black = LowestBlack(meter);
       break;
+    }
     case LevelsMode::Normal:
-      meter.DoByNormal(kNormalLow, kNormalHigh, 0, nullptr);
-      std::tie(out.black, out.white) = Levels(meter);
+      meter.DoByNormal(kNormalLow, 1.0 - kNormalLow, 0, nullptr);
+      out.black = LowestBlack(meter);
       break;
-    case LevelsMode::Median:
-      out.black = sky - kBelowSky * sigma, out.white = sky + kAboveSky * sigma;
-      break;
+    case LevelsMode::Median: out.black = sky - kBelowSky * sigma; break;
   }
+  if (o.levels != LevelsMode::Fixed) out.white = out.black + (sky - out.black) * (kBelowSky + kAboveSky) / kBelowSky;
   // A flat frame has no spread: one unit of its value (or 1) above black.
   if (!(out.white > out.black)) out.white = out.black + std::max(1.0, std::abs(out.black));
   auto image = std::make_unique<CLmrImage>();

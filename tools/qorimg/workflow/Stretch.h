@@ -9,10 +9,10 @@
 
 namespace qorimg::workflow {
 
-// Histogram: from the sky peak of the histogram and the sky's width below it.
-// Median: from the median and the deviation of the sky about it.
-// Normal: from shares of the pixels (1 % below black, 0.05 % above white).
-// Fixed: the given black and white.
+// Black below the sky, found from the sky peak of the histogram and the sky's
+// width below it (Histogram), from the median and the sky's deviation about it
+// (Median), or as the level 1 % of the pixels lie below (Normal); white then
+// puts the sky at 36 of 255. Fixed: the given black and white.
 enum class LevelsMode { Histogram, Median, Normal, Fixed };
 struct StretchOptions {
   LevelsMode levels = LevelsMode::Median;
