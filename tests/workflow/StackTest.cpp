@@ -166,7 +166,9 @@ TEST(Stack, CosmicRayAndTrailAreRejected) {
   const auto m = CreateWholePlaneManager();
   const auto stars = Stars(kW, kH, 10, 11);
   // Twelve frames: one outlier among n lies at most n / sqrt(n - 1) deviations
-  // from the median, which must exceed kappa.
+  // from the median, which must exceed kappa; so only where every frame
+  // covers the reference (14 pixels in from the edges) is it sure to go.
+  constexpr int kCovered = 14;
   FrameSet clean = Shifted(m, stars, 12, true), hit = Shifted(m, stars, 12, true);
   CLmrImage& frame = *hit.images[4];
   for (int i = 0; i < 3; ++i) frame.SetPixelGrayRaw(30 + i, 20, 9000.0f, 0);
@@ -176,13 +178,15 @@ TEST(Stack, CosmicRayAndTrailAreRejected) {
     o.discard = discard;
     const auto want = workflow::Stack(clean.Pointers(), clean.placements, o, m);
     const auto got = workflow::Stack(hit.Pointers(), hit.placements, o, m);
-    EXPECT_LT(MaxInteriorDifference(*got.image, [&](int x, int y) { return want.image->GetPixelGrayRaw(x, y, 0); }, 3),
+    EXPECT_LT(MaxInteriorDifference(*got.image, [&](int x, int y) { return want.image->GetPixelGrayRaw(x, y, 0); },
+                                    kCovered),
               40.0);
     EXPECT_GT(got.rejectedPercent, want.rejectedPercent);
   }
   const auto mean = workflow::Stack(hit.Pointers(), hit.placements, Options(Combine::Mean), m);
   const auto meanClean = workflow::Stack(clean.Pointers(), clean.placements, Options(Combine::Mean), m);
-  EXPECT_GT(MaxInteriorDifference(*mean.image, [&](int x, int y) { return meanClean.image->GetPixelGrayRaw(x, y, 0); }, 3),
+  EXPECT_GT(MaxInteriorDifference(*mean.image, [&](int x, int y) { return meanClean.image->GetPixelGrayRaw(x, y, 0); },
+                                  kCovered),
             150.0);
   EXPECT_EQ(mean.rejectedPercent, 0.0);
 }
@@ -209,10 +213,18 @@ TEST(Stack, NormalisationBringsFramesToTheReference) {
     EXPECT_NEAR(norms[4].scale, c.norm == Normalization::Add ? 1.0 : std::pow(c.gain, -4), 0.03);
     const auto result = workflow::Stack(set.Pointers(), set.placements, Options(Combine::Median, c.norm), m);
     const auto plain = workflow::Stack(set.Pointers(), set.placements, Options(Combine::Median), m);
-    auto onFirst = [&](int x, int y) { return set.images[0]->GetPixelGrayRaw(x, y, 0); };
-    // Noise of 4 on the first frame against the median of five.
-    EXPECT_LT(MaxInteriorDifference(*result.image, onFirst, 0), 30.0) << int(c.norm);
-    EXPECT_GT(MaxInteriorDifference(*plain.image, onFirst, 0), 200.0) << int(c.norm);
+    // The noise of 4 of the first frame against the median of five, plus 1 %
+    // of the star light: a gain measured from sampled rows errs by that much.
+    double worst = 0;
+    for (int y = 0; y < kH; ++y)
+      for (int x = 0; x < kW; ++x) {
+        const double want = set.images[0]->GetPixelGrayRaw(x, y, 0);
+        worst = std::max(worst, std::abs(result.image->GetPixelGrayRaw(x, y, 0) - want) / (30 + 0.01 * (want - 1000)));
+      }
+    EXPECT_LT(worst, 1.0) << int(c.norm);
+    EXPECT_GT(MaxInteriorDifference(*plain.image, [&](int x, int y) { return set.images[0]->GetPixelGrayRaw(x, y, 0); }, 0),
+              200.0)
+        << int(c.norm);
   }
 }
 
