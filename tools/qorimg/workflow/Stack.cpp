@@ -1,7 +1,7 @@
 // Stacking band by band: for each band of the result, the rows of every frame
 // that the band needs are read, moved onto the reference by the engine's
 // median composite store, normalised in the store and combined by its
-// reductions; the sigma clip's rejections are counted beside them.
+// reductions, which also count what the sigma clip rejects.
 #include "Stack.h"
 
 #include <algorithm>
@@ -105,7 +105,7 @@ void CheckFrames(const std::vector<FrameSource*>& frames) {
 }
 
 // The median composite's band store, with the store's entries reachable for
-// normalisation and for counting what the clip rejects.
+// normalisation.
 class BandStore : public CImgMedianComposit {
 public:
   using CImgMedianComposit::CImgMedianComposit;
@@ -122,50 +122,15 @@ public:
     });
   }
 
-  // Samples, and with `clip` the rejections of the one-pass clip about the
-  // median that the engine's sigma reductions apply (same median, mean and
-  // deviation).
-  BandCounts Count(bool clip, double kappa, int rows, int rowElements) {
-    const int frames = int(m_lineData.size());
-    std::vector<BandCounts> perRow(std::size_t(rows), BandCounts{});
-    ParallelLines(0, rows, [&](int y) {
-      std::vector<float> v(static_cast<std::size_t>(frames));
-      BandCounts& c = perRow[std::size_t(y)];
-      const std::size_t from = std::size_t(y) * rowElements;
-      for (std::size_t i = from; i < from + rowElements; ++i) {
-        int n = 0;
-        for (int f = 0; f < frames; ++f)
-          if (Entry(f).m_valid[i] && !std::isnan(Entry(f).m_value[i])) v[std::size_t(n++)] = Entry(f).m_value[i];
-        c.samples += n;
-        // One value stands; two lie one deviation from their median, within
-        // any clip of at least one deviation.
-        if (!clip || n < 2 || (n == 2 && kappa >= 1)) continue;
-        c.rejected += Rejected(v.data(), n, kappa);
-      }
-    });
-    BandCounts total;
-    for (const BandCounts& c : perRow) total.samples += c.samples, total.rejected += c.rejected;
-    return total;
+  // The values the band's calculation combined and the clip rejected.
+  BandCounts Counts() const {
+    BandCounts c;
+    GetRejection(&c.samples, &c.rejected);
+    return c;
   }
 
 private:
   CLineData& Entry(int f) { return *m_lineData[std::size_t(f)]; }
-
-  static int Rejected(float* v, int n, double kappa) {
-    double sum = 0;
-    for (int i = 0; i < n; ++i) sum += v[i];
-    std::nth_element(v, v + n / 2, v + n);
-    double m = v[n / 2];
-    if (n % 2 == 0) m = double(*std::max_element(v, v + n / 2) + v[n / 2]) * 0.5;
-    const double mean = sum / n;
-    double squares = 0;
-    for (int i = 0; i < n; ++i) squares += (v[i] - mean) * (v[i] - mean);
-    const double deviation = std::sqrt(squares / n);
-    const double lo = m - kappa * deviation, hi = m + kappa * deviation;
-    int out = 0;
-    for (int i = 0; i < n; ++i) out += (lo <= v[i] && v[i] <= hi) ? 0 : 1;
-    return out;
-  }
 };
 
 // Auto: the median below 9 frames, where a one-pass clip at 3 deviations
@@ -260,7 +225,7 @@ std::vector<float> RunBand(const Accepted& a, const StackOptions& o, int top, in
     store.Normalize(f, a.norms[std::size_t(f)], rows, rowElements);
   }
   Reduce(store, o, frames, rows);
-  if (counts) *counts = store.Count(CombineOf(o, frames) == Combine::Sigma, o.kappa, rows, rowElements);
+  if (counts) *counts = store.Counts();
 
   std::vector<float> out(std::size_t(rows) * rowElements);
   for (int p = 0; p < planes; ++p)
