@@ -1,10 +1,11 @@
 // Synthetic frames for the workflow tests: a sky with a gentle gradient and
-// Gaussian stars, placed on a frame by the placement's convention, with noise.
+// Gaussian stars (sigma 2 px), placed on a frame by the placement's
+// convention, with noise; and a set of frames with their sources.
 #pragma once
 #include <cmath>
-#include <memory>
+#include <functional>
 #include <random>
-#include <vector>
+#include "FrameSource.h"
 #include "Register.h"
 #include "support/Fixtures.h"
 
@@ -14,7 +15,6 @@ struct Star {
   double x, y, peak;
 };
 
-// Stars of sigma 2 px on a sky of 1000 with a gradient, at reference (x, y).
 inline double Sky(double x, double y, const std::vector<Star>& stars) {
   double v = 1000.0 + 0.1 * x + 0.05 * y;
   for (const Star& s : stars) v += s.peak * std::exp(-((x - s.x) * (x - s.x) + (y - s.y) * (y - s.y)) / 8.0);
@@ -29,27 +29,53 @@ inline std::vector<Star> Stars(int w, int h, int count, unsigned seed) {
   return stars;
 }
 
-// The reference position that frame pixel (x, y) shows: c + R(-rotation)(p - c - d),
-// R counter-clockwise on screen with rows top-down.
-inline void ReferencePoint(const workflow::Placement& p, int w, int h, double x, double y, double& rx, double& ry) {
-  const double cx = (w - 1) / 2.0, cy = (h - 1) / 2.0, r = -p.rotationDeg * M_PI / 180.0;
-  const double a = x - cx - p.dx, b = y - cy - p.dy;
-  rx = cx + std::cos(r) * a + std::sin(r) * b;
-  ry = cy - std::sin(r) * a + std::cos(r) * b;
+inline workflow::Placement At(double dx, double dy, double degrees) {
+  workflow::Placement p;
+  p.dx = dx, p.dy = dy, p.rotationDeg = degrees;
+  return p;
 }
 
-// A frame of the scene under `placement`, with Gaussian noise of `noise`.
+// Frame pixel p shows the reference at c + R(-rotation)(p - c - d), R
+// counter-clockwise on screen (rows top-down), c the frame's centre.
 inline std::unique_ptr<CLmrImage> Frame(const std::shared_ptr<CVmManager>& manager, int w, int h,
-                                        const std::vector<Star>& stars, const workflow::Placement& placement,
+                                        const std::vector<Star>& stars, const workflow::Placement& p,
                                         double noise = 0, unsigned seed = 1) {
   std::mt19937 rng(seed);
-  std::normal_distribution<double> n(0.0, noise > 0 ? noise : 1.0);
-  auto image = MakeImage(manager, w, h, 1, [&](int x, int y, int) {
-    double rx = 0, ry = 0;
-    ReferencePoint(placement, w, h, x, y, rx, ry);
-    return float(Sky(rx, ry, stars) + (noise > 0 ? n(rng) : 0.0));
+  std::normal_distribution<double> n(0.0, 1.0);
+  const double cx = (w - 1) / 2.0, cy = (h - 1) / 2.0, r = -p.rotationDeg * M_PI / 180.0;
+  return MakeImage(manager, w, h, 1, [&](int x, int y, int) {
+    const double a = x - cx - p.dx, b = y - cy - p.dy;
+    const double rx = cx + std::cos(r) * a + std::sin(r) * b, ry = cy - std::sin(r) * a + std::cos(r) * b;
+    return float(Sky(rx, ry, stars) + noise * n(rng));
   });
-  return image;
+}
+
+struct FrameSet {
+  std::vector<std::unique_ptr<CLmrImage>> images;
+  std::vector<std::unique_ptr<workflow::ImageSource>> sources;
+  std::vector<workflow::Placement> placements;
+  std::vector<workflow::FrameSource*> Pointers() const {
+    std::vector<workflow::FrameSource*> out;
+    for (const auto& s : sources) out.push_back(s.get());
+    return out;
+  }
+  void Add(std::unique_ptr<CLmrImage> image, const workflow::Placement& p = {}, double exposure = 0) {
+    sources.push_back(std::make_unique<workflow::ImageSource>(*image, exposure, "frame" + std::to_string(images.size())));
+    images.push_back(std::move(image));
+    placements.push_back(p);
+  }
+};
+
+// The largest difference from `want` over pixels at least `border` from the edges.
+inline double MaxDifference(const CLmrImage& a, const std::function<double(int, int)>& want, int border = 0) {
+  double worst = 0;
+  for (int y = border; y < a.GetHeight() - border; ++y)
+    for (int x = border; x < a.GetWidth() - border; ++x)
+      worst = std::max(worst, std::abs(a.GetPixelGrayRaw(x, y, 0) - want(x, y)));
+  return worst;
+}
+inline std::function<double(int, int)> PixelsOf(const CLmrImage& image) {
+  return [&image](int x, int y) { return image.GetPixelGrayRaw(x, y, 0); };
 }
 
 }  // namespace qorimg::test
