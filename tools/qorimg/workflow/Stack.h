@@ -14,11 +14,11 @@
 namespace qorimg::workflow {
 
 struct StackOptions {
-  Combine combine = Combine::Sigma;
+  Combine combine = Combine::Sigma;  // Auto: the median below 9 frames, else the sigma clip
   double kappa = 3;
   bool discard = false;  // sigma: rejected values left out (true) or replaced by the median (false)
   Normalization norm = Normalization::AddScale;
-  Interpolation interp = Interpolation::Bicubic;
+  Interpolation interp = Interpolation::Bicubic;  // for turned frames; the store shifts bicubically
   int bandRows = 0;              // 0: chosen from memoryBytes
   std::size_t memoryBytes = 0;   // 0: 512 MiB
 };
@@ -45,8 +45,11 @@ std::vector<FrameNorm> MeasureNormalization(const std::vector<FrameSource*>&, No
 
 // Rows [top, top + rows) of the stack (for distributed stacking: one band = one
 // task), plane after plane (planes * rows * width floats); normalisation
-// parameters passed in so every band uses the same ones. Identical, bit for
-// bit, to the same rows of Stack with the same frames, placements and options.
+// parameters passed in (one per frame, from MeasureNormalization over the
+// frames that are stacked) so every band uses the same ones. Bit for bit the
+// rows of Stack's band [top, top + rows) with the same frames, placements and
+// options. Shifted frames (no turn) give the same bits in any bands; a turned
+// frame's positions depend on the band in their last float bit.
 std::vector<float> StackBand(const std::vector<FrameSource*>& frames, const std::vector<Placement>&,
                              const std::vector<FrameNorm>&, const StackOptions&, int top, int rows);
 
