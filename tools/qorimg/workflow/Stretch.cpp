@@ -46,6 +46,22 @@ std::pair<double, double> Sky(CImgAutoLevel& meter) {
   return {median, sigma};
 }
 
+// A colour frame's planes shifted so that their skies meet the green plane's:
+// one black and white then show a neutral dark grey sky.
+void NeutraliseSky(CImgAutoLevel& meter) {
+  if (meter.GetPlanes() < 3) return;
+  float sky[3] = {0, 0, 0};
+  for (int c = 0; c < 3; ++c) meter.GetMedian(&sky[c], 1, 0, c, nullptr);
+  for (int c = 0; c < 3; ++c) {
+    const float shift = sky[1] - sky[c];
+    if (shift == 0 || !std::isfinite(shift)) continue;
+    for (int y = 0; y < meter.GetHeight(); ++y) {
+      float* line = meter.GetImageAdr(0, y, c);
+      for (int x = 0; x < meter.GetWidth(); ++x) line[x] += shift;
+    }
+  }
+}
+
 // The lowest black over the planes.
 double LowestBlack(const CLmrImage& image) {
   double black = image.GetLevelMin(0);
@@ -57,13 +73,13 @@ double LowestBlack(const CLmrImage& image) {
 // 0..255 scale, v / (blur + a) * (s + a) maps the sky onto itself; a = 4 s
 // keeps the sky's noise as the levels show it, while a star's core, several
 // times its blurred surroundings, goes to full scale.
-void Develop(CLmrImage& image, const CLmrImage& source, double sigma, double black, double white, double sky) {
+void Develop(CLmrImage& image, double sigma, double black, double white, double sky) {
+  auto src = std::make_unique<CLmrImage>(image);
   CImgFilterSpecial dev;
   dev.Swap(&image);
   const int planes = dev.GetPlanes();
   CFilterMatrix kernel;
   kernel.MakeGaussian(sigma);
-  auto src = std::make_unique<CLmrImage>(source);
   const float s = float(std::clamp((sky - black) / (white - black), 0.01, 1.0) * 255.0);
   int blur[3] = {0, 1, 2};
   float lo[3], range[3], a[3], mul[3];
@@ -86,6 +102,7 @@ Stretched Stretch(const CLmrImage& stacked, const StretchOptions& o, const std::
     auto copy = Copy(stacked, manager);
     meter.Swap(copy.get());
   }
+  if (o.levels != LevelsMode::Fixed) NeutraliseSky(meter);
   auto [sky, sigma] = Sky(meter);
   // Each mode finds the sky and the black below it; white then puts the sky at
   // the same dark grey in every mode.
@@ -112,7 +129,7 @@ Stretched Stretch(const CLmrImage& stacked, const StretchOptions& o, const std::
   if (!(out.white > out.black)) out.white = out.black + std::max(1.0, std::abs(out.black));
   auto image = std::make_unique<CLmrImage>();
   image->Swap(&meter);
-  if (o.developSigma > 0) Develop(*image, stacked, o.developSigma, out.black, out.white, sky);
+  if (o.developSigma > 0) Develop(*image, o.developSigma, out.black, out.white, sky);
   for (int p = 0; p < image->GetPlanes(); ++p) image->SetLevel(p, out.black, out.white);
   out.image = std::move(image);
   return out;

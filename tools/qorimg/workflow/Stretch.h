@@ -19,8 +19,10 @@ struct StretchOptions {
   double black = 0, white = 0;
   double developSigma = 0;  // > 0: digital development with a Gaussian blur of this sigma
 };
-// The image (developed, or a copy) with its levels set to black..white; black
-// and white are also what a preview maps to 0 and full scale.
+// The image (a copy, with a colour frame's skies brought to the green plane's
+// under automatic levels, then developed if asked) with its levels set to
+// black..white; black and white are also what a preview maps to 0 and full
+// scale.
 struct Stretched {
   std::unique_ptr<CLmrImage> image;
   double black = 0, white = 0;
