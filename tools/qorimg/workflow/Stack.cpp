@@ -320,7 +320,8 @@ std::vector<float> StackBand(const std::vector<FrameSource*>& frames, const std:
 StackResult Stack(const std::vector<FrameSource*>& frames, const std::vector<Placement>& placements,
                   const StackOptions& o, const std::shared_ptr<CVmManager>& manager, const Control& control) {
   Accepted a = Accept(frames, placements, nullptr);
-  a.norms = MeasureNormalization(a.frames, o.norm);
+  // Cancellation between the frames measured too; progress counts bands only.
+  a.norms = MeasureNormalization(a.frames, o.norm, Control{{}, control.cancelled});
   const FrameSource& ref = *a.frames[0];
   const int width = ref.Width(), height = ref.Height(), planes = ref.Planes();
   StackResult result;
