@@ -1,8 +1,10 @@
 #include "Calibrate.h"
 
 #include <cmath>
+#include <memory>
 
 #include "WorkflowImages.h"
+#include "calibrate/CalibrationFrames.h"
 #include "core/LineLoops.h"
 
 namespace qorimg::workflow {
@@ -22,11 +24,18 @@ void Calibrate(CLmrImage& light, double lightExposure, const CalibrationOptions&
     if (frame && frame->GetAllocationPolicy() == 0) wholePlane = false;
   for (int p = 0; p < planes; ++p) {
     auto calibrateLine = [&](int y) {
-      float* line = light.GetImageAdr(0, y, p);
+      // Locked rows: a block store may otherwise page one out to fetch another.
+      using calibrate::LockedRow;
+      LockedRow target(light, 0, y, p, CImage::Write);
       auto row = [&](const CLmrImage* frame) {
-        return frame ? frame->GetImageAdr(0, y, detail::FramePlane(*frame, p), CImage::ReadOnly) : nullptr;
+        return frame ? std::make_unique<LockedRow>(*frame, 0, y, detail::FramePlane(*frame, p), CImage::ReadOnly)
+                     : nullptr;
       };
-      const float *bias = row(options.bias), *dark = row(options.dark), *flat = row(options.flat);
+      const auto biasRow = row(options.bias), darkRow = row(options.dark), flatRow = row(options.flat);
+      float* line = target.get();
+      const float* bias = biasRow ? biasRow->get() : nullptr;
+      const float* dark = darkRow ? darkRow->get() : nullptr;
+      const float* flat = flatRow ? flatRow->get() : nullptr;
       for (int x = 0; x < w; ++x) {
         double v = line[x];
         if (bias) v -= bias[x];

@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "WorkflowImages.h"
+#include "calibrate/CalibrationFrames.h"
 #include "composite/ImgMedianComposit.h"
 
 namespace qorimg::workflow {
@@ -79,7 +80,7 @@ class MasterBuilder {
       if (!frame) continue;
       for (int p = 0; p < planes_; ++p)
         for (int r = 0; r < rows; ++r) {
-          const float* line = frame->GetImageAdr(0, top + r, FramePlane(*frame, p), CImage::ReadOnly);
+          const calibrate::LockedRow line(*frame, 0, top + r, FramePlane(*frame, p), CImage::ReadOnly);
           float* row = Row(p, r, rows);
           // Plain subtraction: a cut at 0 would keep only the upper half of the noise.
           for (int x = 0; x < width_; ++x) row[x] -= line[x];
@@ -168,8 +169,8 @@ class MasterBuilder {
       Reduce(stacker, used, rows);
       for (int p = 0; p < planes_; ++p)
         for (int r = 0; r < rows; ++r) {
-          const float* from = bandTarget->GetImageAdr(0, r, p, CImage::ReadOnly);
-          std::copy(from, from + width_, result->GetImageAdr(0, top + r, p));
+          const calibrate::LockedRow from(*bandTarget, 0, r, p, CImage::ReadOnly);
+          std::copy(from.get(), from.get() + width_, result->GetImageAdr(0, top + r, p));
         }
     }
     return result;

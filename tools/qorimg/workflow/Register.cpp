@@ -16,6 +16,7 @@
 #include <cstdio>
 
 #include "WorkflowImages.h"
+#include "calibrate/CalibrationFrames.h"
 #include "filter/ImgFilter.h"
 #include "geometry/Interp.h"
 #include "restore/Fft.h"
@@ -91,15 +92,19 @@ double Residual(const std::vector<Pair>& pairs, const Placement& placement, int 
 // median by 5 noise deviations and by twice the median's own height above the
 // sky; star cores, whose neighbours follow them, keep their value (a median
 // of every pixel would move the stars' centres by a fraction of a pixel).
+// (A Bayer mosaic's 2x2 pattern needs nothing: it lies at the highest
+// frequencies, which the correlation leaves out.)
 std::unique_ptr<CLmrImage> Luminance(const CLmrImage& image, const std::shared_ptr<CVmManager>& manager) {
   const int w = image.GetWidth(), h = image.GetHeight(), planes = image.GetPlanes();
   auto out = detail::NewImage(manager, w, h, 1);
   std::vector<float> sample;
   for (int y = 0; y < h; ++y) {
-    float* line = out->GetImageAdr(0, y, 0);
+    // Locked rows: a block store may otherwise page one out to fetch another.
+    const calibrate::LockedRow target(*out, 0, y, 0, CImage::Write);
+    float* line = target.get();
     std::fill(line, line + w, 0.0f);
     for (int p = 0; p < planes; ++p) {
-      const float* from = image.GetImageAdr(0, y, p, CImage::ReadOnly);
+      const calibrate::LockedRow from(image, 0, y, p, CImage::ReadOnly);
       for (int x = 0; x < w; ++x) line[x] += from[x] / planes;
     }
     for (int x = y % 7; x < w; x += 7) sample.push_back(line[x]);
@@ -119,8 +124,8 @@ std::unique_ptr<CLmrImage> Luminance(const CLmrImage& image, const std::shared_p
   median.Swap(target.get());
   median.MedianFilter(1, out.get(), nullptr, 0);
   for (int y = 0; y < h; ++y) {
-    float* line = out->GetImageAdr(0, y, 0);
-    const float* m = median.GetImageAdr(0, y, 0, CImage::ReadOnly);
+    const calibrate::LockedRow target(*out, 0, y, 0, CImage::Write), m(median, 0, y, 0, CImage::ReadOnly);
+    float* line = target.get();
     for (int x = 0; x < w; ++x)
       if (line[x] - m[x] > 5 * noise && line[x] - sky > 3 * (m[x] - sky)) line[x] = m[x];
   }
@@ -191,7 +196,7 @@ class Measurement {
       for (int j = 0; j < 2; ++j)
         for (int i = 0; i < 2; ++i) {
           auto ref = Tile(nullptr, tx[i], ty[j], tile);
-          Correlation c = Correlate(*ref, placement, tx[i], ty[j], tile);
+          Correlation c = Correlate(*ref, placement, tx[i], ty[j], tile, round + 1 == kRounds);
           peak = std::min(peak, c.peak);
           pairs.push_back(c.pair);
         }
@@ -278,20 +283,22 @@ class Measurement {
   // The reference tile against the frame resampled by `placement`: the frame
   // content is found moved by s, so reference point q - s lies at frame point
   // M(q), q the tile's centre. The shift is measured with the frame resampled a
-  // quarter pixel ahead and a quarter behind, and the two estimates averaged:
-  // the correlation's sub-pixel estimate is least steady at whole-pixel shifts.
-  Correlation Correlate(CImgFourier& reference, const Placement& placement, int x0, int y0, int side) {
+  // quarter pixel ahead and (when `both`) a quarter behind, and the two
+  // estimates averaged: the correlation's sub-pixel estimate is least steady
+  // at whole-pixel shifts.
+  Correlation Correlate(CImgFourier& reference, const Placement& placement, int x0, int y0, int side, bool both) {
     Correlation out;
     PointD s;
     double least = 1e30;
-    for (double offset : {0.25, -0.25}) {
+    const std::vector<double> offsets = both ? std::vector<double>{0.25, -0.25} : std::vector<double>{0.25};
+    for (double offset : offsets) {
       auto moved = Tile(&placement, x0, y0, side, nullptr, offset);
       double dx = 0, dy = 0, peak = 0;
       int nw = 0, nh = 0;
       if (!reference.CalcShiftByPOC(moved.get(), nullptr, 0, nullptr, dx, dy, peak, nw, nh, 0) ||
           !std::isfinite(dx) || !std::isfinite(dy))
         return out;
-      s.x += (dx + offset) / 2, s.y += (dy + offset) / 2;
+      s.x += (dx + offset) / offsets.size(), s.y += (dy + offset) / offsets.size();
       least = std::min(least, peak);
     }
     const PointD q{x0 + (side - 1) * 0.5, y0 + (side - 1) * 0.5};
@@ -343,7 +350,9 @@ PointD ReferencePoint(const Placement& placement, int w, int h, PointD p) {
 
 Registrar::Registrar(const CLmrImage& reference, const RegisterOptions& options,
                      const std::shared_ptr<CVmManager>& manager)
-    : reference_(Luminance(reference, manager)), options_(options), manager_(manager) {}
+    // The reference is read from many threads: a whole-plane store, whose
+    // addresses hold.
+    : reference_(Luminance(reference, CreateWholePlaneManager())), options_(options), manager_(manager) {}
 
 Registrar::~Registrar() = default;
 
