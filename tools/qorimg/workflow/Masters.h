@@ -13,7 +13,7 @@ struct MasterOptions {
   double kappa = 3;
   Normalization norm = Normalization::None;
   const CLmrImage* bias = nullptr;  // subtracted from darks and flats
-  const CLmrImage* dark = nullptr;  // a master dark (bias removed), subtracted from flats
+  const CLmrImage* dark = nullptr;  // a master dark (bias removed) of the flats' exposure, subtracted from flats
   bool cfa = false;                 // flats: a Bayer mosaic, normalised per 2x2 phase
   int bandRows = 0;                 // rows per band; 0: from a 256 MiB budget for the band store
 };
@@ -28,7 +28,9 @@ struct MasterResult {
 // the sigma clip (kappa) from 9 on. Darks and flats have the bias (and flats
 // the dark) subtracted with the sign kept, so the noise stays centred. Each
 // flat is scaled to mean 1 (per plane, or per CFA phase) before the combine,
-// and the master once more after it; `norm` applies to biases and darks.
+// and the master once more after it; `norm` applies to biases and darks
+// (each frame matched to the first: Add its mean, Mul its mean by a factor,
+// AddScale its mean and deviation).
 // Raises std::invalid_argument for no frames or frames of different sizes.
 MasterResult BuildMaster(MasterKind kind, const std::vector<FrameSource*>& frames, const MasterOptions& options,
                          const std::shared_ptr<CVmManager>& manager, const Control& control = {});
