@@ -13,6 +13,8 @@ namespace {
 
 struct Comparison {
   std::string ratioName, ours, peer;
+  std::string oursBase;  // empty: ours is compared whole
+  int steps = 1;
 };
 std::vector<Comparison> &Comparisons() {
   static std::vector<Comparison> list;
@@ -33,15 +35,16 @@ public:
 
 }  // namespace
 
-std::unique_ptr<CLmrImage> MakeFrame(const std::shared_ptr<CVmManager> &manager, int planes) {
-  auto frame = std::make_unique<CLmrImage>(manager, CImage::Float32, kWidth, kHeight, planes, 1.0, 0.0, 1,
+std::unique_ptr<CLmrImage> MakeFrame(const std::shared_ptr<CVmManager> &manager, int planes, int width, int height) {
+  auto frame = std::make_unique<CLmrImage>(manager, CImage::Float32, width, height, planes, 1.0, 0.0, 1,
                                            std::shared_ptr<lumora::Progress>());
   for (int p = 0; p < planes; ++p) {
     frame->CImage::SetLevel(p, 0.0, 65535.0);
-    for (int y = 0; y < kHeight; ++y) {
+    for (int y = 0; y < height; ++y) {
       float *line = frame->GetImageAdr(0, y, p);
-      for (int x = 0; x < kWidth; ++x)
-        line[x] = 1000.0f + 500.0f * std::sin(x * 0.01f + p) * std::cos(y * 0.013f) + static_cast<float>((x * 31 + y * 17) % 97);
+      for (int x = 0; x < width; ++x)
+        line[x] = 1000.0f + 500.0f * std::sin(x * 0.01f + p) * std::cos(y * 0.013f) +
+                  static_cast<float>((x * 31 + y * 17) % 97);
     }
   }
   return frame;
@@ -58,7 +61,12 @@ benchmark::internal::Benchmark *Register(const std::string &name, std::function<
 }
 
 void Compare(const std::string &ratioName, const std::string &ours, const std::string &peer) {
-  Comparisons().push_back({ratioName, ours, peer});
+  Comparisons().push_back({ratioName, ours, peer, std::string(), 1});
+}
+
+void CompareStep(const std::string &ratioName, const std::string &ours, const std::string &oursBase, int steps,
+                 const std::string &peer) {
+  Comparisons().push_back({ratioName, ours, peer, oursBase, steps});
 }
 
 int Main(int argc, char **argv) {
@@ -70,9 +78,12 @@ int Main(int argc, char **argv) {
   if (path) results.open(path, std::ios::app);
   for (const Comparison &c : Comparisons()) {
     auto ours = collector.medians.find(c.ours), peer = collector.medians.find(c.peer);
+    auto base = collector.medians.find(c.oursBase);
     if (ours == collector.medians.end() || peer == collector.medians.end() || peer->second <= 0) continue;
+    if (!c.oursBase.empty() && base == collector.medians.end()) continue;
+    const double time = c.oursBase.empty() ? ours->second : (ours->second - base->second) / c.steps;
     char line[256];
-    std::snprintf(line, sizeof line, "ratio %s %.3f", c.ratioName.c_str(), ours->second / peer->second);
+    std::snprintf(line, sizeof line, "ratio %s %.3f", c.ratioName.c_str(), time / peer->second);
     std::puts(line);
     if (results) results << line << '\n';
   }

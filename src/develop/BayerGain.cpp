@@ -1,26 +1,8 @@
 // CImgBayerToRgb::GetGain: white balance from the medians of the four phases
 // of a mosaic, measured by CImgAutoLevel.
-#include <utility>
+#include "core/LentImage.h"
 #include "develop/ImgBayerToRgb.h"
 #include "tone/ImgAutoLevel.h"
-
-namespace {
-
-// Lends an image's samples to a CImgAutoLevel for a measurement and takes
-// them back on every path, so that no copy of the frame is made.
-class Lent {
-public:
-  Lent(CImgAutoLevel &level, CLmrImage &owner) : level_(level), owner_(owner) { level_.Swap(&owner_); }
-  ~Lent() { level_.Swap(&owner_); }
-  Lent(const Lent &) = delete;
-  Lent &operator=(const Lent &) = delete;
-
-private:
-  CImgAutoLevel &level_;
-  CLmrImage &owner_;
-};
-
-}  // namespace
 
 int CImgBayerToRgb::GetGain(int nPattern, double *pGain) { return GetGain(this, nPattern, pGain); }
 
@@ -32,7 +14,7 @@ int CImgBayerToRgb::GetGain(CImage *pImage, int nPattern, double *pGain) {
   float m[4];
   CImgAutoLevel level;
   if (auto *image = dynamic_cast<CLmrImage *>(pImage)) {
-    const Lent lent(level, *image);
+    const qorimg::LentImage lent(level, *image);
     level.GetMedianBayer(m, 1);
   } else {
     if (!level.CImage::CopyImage(*pImage, nullptr)) return 0;

@@ -4,11 +4,13 @@
 #include <cmath>
 #include <memory>
 
+#include "core/LentImage.h"
 #include "core/OperatorRunner.h"
 #include "filter/FilterInternal.h"
 #include "filter/FilterMatrix.h"
 #include "kernels/Filter.h"
 #include "sibling/QorSys.h"
+#include "tone/ImgAutoLevel.h"
 
 using qorimg::LineRect;
 
@@ -38,6 +40,51 @@ std::unique_ptr<CFilterProc> RebuiltOn(CFilterProc &proc, CLmrImage &image) {
 CImgFilterSpecial::~CImgFilterSpecial() = default;
 
 int CImgFilterSpecial::GetDigitalDvlp_Mean_nR(double fRadius) { return qorimg::filter::DoubledRadius(fRadius); }
+
+void CImgFilterSpecial::DigitalDvlp1(double *const pLevel, int nFilter, double *const fSize, double fWeight,
+                                     double *const fGamma, int nMinMax, CLmrImage *src, float *const fMin,
+                                     float *const fRange, float *const fA, float *const fMul, int bGammaAfter) {
+  if (!pLevel || !fSize || !fGamma || !fMin || !fRange || !fA || !fMul) return;
+  const int planes = GetPlanes();
+  qorimg::CheckBoundImages({{this, planes}, {src, planes}}, qorimg::ClipRect(*this, nullptr));
+  if (nFilter != 0 && nFilter != 1) return;
+
+  // The blur of each plane, made afresh: the rings keep the normalised middle
+  // row of the matrix and read src when a writer runs.
+  ClearFilterProc();
+  for (int c = 0; c < planes && c < 3; ++c) {
+    CFilterMatrix matrix;
+    if (nFilter == 0)
+      matrix.MakeGaussian(fSize[c]);
+    else
+      matrix.MakeMean(GetDigitalDvlp_Mean_nR(fSize[c]), fSize[c], fWeight);
+    MakeFilterProc(src, &matrix, c, 1);
+  }
+
+  float fMax[3] = {0, 0, 0};
+  DigitalDvlpGetMinMax(nMinMax, src, fMin, fMax, fRange);
+  // The level and the median are taken through plane 0's gamma curve when the
+  // writer applies the gamma before the development.
+  const float p = static_cast<float>(1.0 / fGamma[0]);
+  const bool curve = !bGammaAfter && p != 1.0f;
+  const double low = GetLevelMin(0), range = GetLevelRange(0);
+  float t = static_cast<float>(pLevel[0]);
+  if (curve) t = GammaCurve(t, p, fMin[0], fRange[0]);
+  const float a = static_cast<float>((t - low) / range * 255.0);
+
+  float m = 0.0f;
+  {
+    CImgAutoLevel level;
+    const qorimg::LentImage lent(level, *src);
+    level.GetMedian(&m, 1, 0, 0, nullptr);
+  }
+  if (curve) m = GammaCurve(m, p, fMin[0], fRange[0]);
+  const float mul = static_cast<float>((m - low) / range * 255.0 + a);
+  for (int c = 0; c < 3; ++c) {
+    fA[c] = a;
+    fMul[c] = mul;
+  }
+}
 
 void CImgFilterSpecial::DigitalDvlp2(int bDevelop, double *const fGamma, CLmrImage *src, int *const pnBlur,
                                      float *const fMin, float *const fRange, float *const fA, float *const fMul,

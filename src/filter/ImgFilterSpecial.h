@@ -1,8 +1,8 @@
 // CImgFilterSpecial: digital development, which divides each pixel by a
 // blurred copy of its surroundings and so brings a wide dynamic range into the
-// display range. The host prepares the plane filters on this object (one per
-// plane, through MakeFilterProc with the source) and the per-plane
-// parameters, then calls one writer: DigitalDvlp2 (gamma, then development),
+// display range. The host prepares the plane filters on this object and the
+// per-plane parameters (DigitalDvlp1, or MakeFilterProc with the source and
+// parameters of its own), then calls one writer on the same source: DigitalDvlp2 (gamma, then development),
 // DigitalDvlpGmAftrDdp (development, then gamma) or DigitalDvlpOnly
 // (development mixed with the source). Routes: DigitalDvlpOnly runs as a
 // kernel pipeline on whole-plane images when every plane is divided by its
@@ -20,6 +20,16 @@ public:
 
   // 2 * trunc(fRadius), at least 1: the mean's radius for the development blur.
   static int GetDigitalDvlp_Mean_nR(double fRadius);
+
+  // Prepares a development: clears the filter sets, makes each plane's blur
+  // filter on src (nFilter 0: Gaussian of fSize[c]; 1: the mean of
+  // GetDigitalDvlp_Mean_nR(fSize[c]), fSize[c] and fWeight) and fills fMin,
+  // fRange (DigitalDvlpGetMinMax), fA (pLevel[0] on the 0..255 scale) and fMul
+  // (src's sampled median on that scale, plus fA), both through plane 0's gamma
+  // curve unless bGammaAfter. Another nFilter, or a null array, changes nothing.
+  void DigitalDvlp1(double *const pLevel, int nFilter, double *const fSize, double fWeight, double *const fGamma,
+                    int nMinMax, CLmrImage *src, float *const fMin, float *const fRange, float *const fA,
+                    float *const fMul, int bGammaAfter);
 
   // pnBlur[c]: the blurred plane that divides plane c (0..2; 3 and up: the mean
   // of the three on their 0..255 scales). fA, fMul on the 0..255 scale; fMin,

@@ -5,15 +5,17 @@
 
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <vector>
 
+#include "core/LentImage.h"
 #include "core/OperatorRunner.h"
 #include "core/PlaneBinding.h"
+#include "filter/ImgFilterBlur.h"
 #include "kernels/Fourier.h"
 #include "kernels/Runtime.h"
 #include "restore/FftBuffers.h"
 #include "restore/FftInternal.h"
-#include "restore/GaussianStandIn.h"
 
 namespace {
 
@@ -45,13 +47,6 @@ bool Fits(std::initializer_list<BoundImage> inputs, std::initializer_list<BoundI
   for (const BoundImage &b : outputs)
     if (b.image && !qorimg::BoundImagesFit({b}, LineRect{})) return false;
   return true;
-}
-
-std::vector<float> RealParts(CFftd &fft) {
-  const dcomplex *a = fft.GetImageAdrA();
-  std::vector<float> re(qorimg::fft::ArrayElements(fft.GetWidth(), fft.GetHeight()));
-  for (std::size_t i = 0; i < re.size(); ++i) re[i] = a[i].re;
-  return re;
 }
 
 // The first largest value of rows [rowFirst, rowEnd), from the first pixel
@@ -133,6 +128,28 @@ void CImgFourier::GetImage(CFftd &fft, int nArray, CLmrImage &out, int part, int
   qorimg::RunOperator({*this, 0, 0, 0, qorimg::ClipRect(out, nullptr), {0, 1}}, {{&out, plane + 1}}, routes);
 }
 
+std::vector<float> CImgFourier::BlurredSurface(CFftd &fft, double fSigma, int rowFirst, int rowEnd) {
+  const int w = fft.GetWidth(), h = fft.GetHeight();
+  auto temporary = [&] {
+    return std::make_unique<CLmrImage>(VmManager(), CImage::Float32, w, h, 1, 1.0, 0.0, 0,
+                                       std::shared_ptr<lumora::Progress>());
+  };
+  const std::unique_ptr<CLmrImage> surface = temporary(), target = temporary();
+  GetImage(fft, 0, *surface, 0, 0);
+  {
+    CImgFilterBlur blur;
+    const qorimg::LentImage lent(blur, *target);
+    CRect band(0, rowFirst, w, rowEnd);
+    blur.GaussianFilter(fSigma, surface.get(), &band, 0);
+  }
+  std::vector<float> blurred(qorimg::fft::ArrayElements(w, h), 0.0f);
+  for (int y = rowFirst; y < rowEnd; ++y) {
+    const float *line = target->GetImageAdr(0, y, 0, CImage::ReadOnly);
+    std::copy(line, line + w, blurred.begin() + static_cast<std::ptrdiff_t>(y) * w);
+  }
+  return blurred;
+}
+
 bool CImgFourier::CanCompare(const Region &region, CLmrImage *pOther, CLmrImage *pOut1, CLmrImage *pOut2,
                              int &nWidth, int &nHeight) {
   if (!Fits({{this, 1}, {pOther, 1}}, {{pOut1, 1}, {pOut2, 1}}, region.rect)) return false;
@@ -170,17 +187,15 @@ int CImgFourier::CalcShiftByPOC(CLmrImage *pOther, CLmrImage *pOutPoc, double fS
   fft.Do(1, 0);
   fft.Swap(0);
 
-  std::vector<float> surface = RealParts(fft);
-  std::vector<float> blurred(surface.size());
   if (fSigma > 0) {
     // The estimate, too, runs on the blurred surface.
-    qorimg::fft::GaussianBlurRows(surface.data(), blurred.data(), w, h, fSigma, 0, h);
+    const std::vector<float> blurred = BlurredSurface(fft, fSigma, 0, h);
     dcomplex *a = fft.GetImageAdrA();
     for (std::size_t i = 0; i < blurred.size(); ++i) a[i].re = blurred[i];
     fft.PeakOfPOC(nullptr, nullptr, dx, dy, peak);
   } else {
     // The blur only guards the search; the estimate uses the sharp surface.
-    qorimg::fft::GaussianBlurRows(surface.data(), blurred.data(), w, h, 1.0, 0, h);
+    const std::vector<float> blurred = BlurredSurface(fft, 1.0, 0, h);
     int x = 0, y = 0;
     FindMaximum(blurred, w, 0, h, x, y);
     fft.PeakOfPOC(&x, &y, dx, dy, peak);
@@ -212,9 +227,7 @@ int CImgFourier::CalcRotByRIPOC(CLmrImage *pOther, CLmrImage *pOutA, CLmrImage *
   // only rows H/2 - 20 .. H/2 + 19 (clamped into the array) are searched,
   // on a copy blurred with sigma 1.
   const int first = std::max(0, h / 2 - 20), end = std::min(h, h / 2 + 20);
-  std::vector<float> surface = RealParts(fft);
-  std::vector<float> blurred(surface.size());
-  qorimg::fft::GaussianBlurRows(surface.data(), blurred.data(), w, h, 1.0, first, end);
+  const std::vector<float> blurred = BlurredSurface(fft, 1.0, first, end);
   int x = 0, y = 0;
   FindMaximum(blurred, w, first, end, x, y);
   double dTheta = 0.0, dRho = 0.0, peak = 0.0;

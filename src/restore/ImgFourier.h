@@ -13,6 +13,8 @@
 // the rectangle; nothing is written and no progress is opened in the last
 // cases. Output images take their own size: beyond the array they get 0.
 #pragma once
+#include <vector>
+
 #include "Export.h"
 #include "core/LmrImage.h"
 #include "restore/Fft.h"
@@ -67,4 +69,10 @@ private:
   // image into A and of `other` into B.
   bool LoadComparison(CFftd &fft, const Region &region, const CLmrImage &other, const CRect *rect, int &nWidth,
                       int &nHeight);
+  // The real part of array A blurred on rows [rowFirst, rowEnd) by the blur
+  // filters' Gaussian of fSigma, through two temporary images of this image's
+  // store, so that the rim follows that store's route of the filter (mirror
+  // about the edge pixel on whole-plane stores, the rings' rule on block
+  // ones); rows outside the band are 0.
+  std::vector<float> BlurredSurface(CFftd &fft, double fSigma, int rowFirst, int rowEnd);
 };
