@@ -57,12 +57,8 @@ TEST_P(FilterProgressTest, MessagesStepsAndEscape) {
     rec.Pump();
     ASSERT_GE(rec.entries.size(), 2u) << op.id;
     EXPECT_EQ(rec.entries.front().text, FindStringResource(op.id));
-    int updates = 0, closes = 0;
-    for (const auto &e : rec.entries) {
-      updates += e.message == 1136 && e.wParam == 1;
-      closes += e.message == 1136 && e.wParam == 2;
-    }
-    EXPECT_EQ(closes, 1) << op.id;
+    const int updates = rec.Count(PROGRESS_UPDATE);
+    EXPECT_EQ(rec.Count(PROGRESS_CLOSE), 1) << op.id;
     if (op.pipeline && Case().Expected(false) == Route::Plane)
       EXPECT_EQ(updates, 0) << op.id;
     else
