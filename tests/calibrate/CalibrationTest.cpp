@@ -34,11 +34,6 @@ float FlatGammaRef(float v, float fmax, float gm0, double gamma) {
   return static_cast<float>(std::pow(lifted / span, gamma) * span + gm0);
 }
 float Divide(float v, float f, float a) { return f > 0.0f ? a * v / f : v; }
-// Equal samples, NaN equal to NaN.
-::testing::AssertionResult Same(float got, float want) {
-  if (got == want || (std::isnan(got) && std::isnan(want))) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << got << " != " << want;
-}
 
 // Progress messages of one run: opened, steps posted, closed.
 struct ProgressSeen {
@@ -50,15 +45,8 @@ ProgressSeen WatchProgress(CLmrImage &target, Run run) {
   target.SetProgressHandle(recorder.Window());
   run();
   recorder.Pump();
-  ProgressSeen seen;
-  for (const auto &e : recorder.entries)
-    if (e.message == QORIMG_PROGRESS_MESSAGE) {
-      seen.opened += e.wParam == PROGRESS_OPEN;
-      seen.steps += e.wParam == PROGRESS_UPDATE;
-      seen.closed += e.wParam == PROGRESS_CLOSE;
-    }
   target.SetProgressHandle(nullptr);
-  return seen;
+  return {recorder.Count(PROGRESS_OPEN), recorder.Count(PROGRESS_UPDATE), recorder.Count(PROGRESS_CLOSE)};
 }
 
 TEST_P(CalibrationTest, DarkClipsAtZeroWithMonoColourAndLargerFrames) {
@@ -72,12 +60,10 @@ TEST_P(CalibrationTest, DarkClipsAtZeroWithMonoColourAndLargerFrames) {
       EXPECT_EQ(seen.steps, 0);
     else
       EXPECT_GT(seen.steps, 0);
-    for (int p = 0; p < 3; ++p)
-      for (int y = 0; y < 9; ++y)
-        for (int x = 0; x < 23; ++x) {
-          const float r = Light(x, y, p) - Dark(x, y, darkPlanes == 1 ? 0 : p);
-          ASSERT_EQ(img->GetPixelGrayRaw(x, y, p), r > 0.0f ? r : 0.0f) << x << "," << y << "," << p;
-        }
+    EXPECT_TRUE(SamplesNear(*img, [&](int x, int y, int p) {
+      const float r = Light(x, y, p) - Dark(x, y, darkPlanes == 1 ? 0 : p);
+      return r > 0.0f ? r : 0.0f;
+    }, 0));
   }
 }
 
@@ -88,12 +74,7 @@ TEST_P(CalibrationTest, FlatOverTheWholeImageDividesByTheMeanOfPlaneZero) {
   const ProgressSeen seen = WatchProgress(*img, [&] { img->FlatClbrtn(flat.get(), nullptr, 1); });
   EXPECT_EQ(seen.opened, PlaneRoute() ? 0 : 1);
   EXPECT_EQ(seen.closed, PlaneRoute() ? 0 : 1);
-  for (int p = 0; p < 3; ++p)
-    for (int y = 0; y < 8; ++y)
-      for (int x = 0; x < 21; ++x) {
-        const float want = Divide(Light(x, y, p), Flat(x, y, p), a);
-        ASSERT_TRUE(Same(img->GetPixelGrayRaw(x, y, p), want)) << x << "," << y << "," << p;
-      }
+  EXPECT_TRUE(SamplesNear(*img, [&](int x, int y, int p) { return Divide(Light(x, y, p), Flat(x, y, p), a); }, 0));
 }
 
 // A partial rectangle: the pipeline fills it with 0, the line loop starts each
@@ -104,16 +85,11 @@ TEST_P(CalibrationTest, FlatOnAPartialRectangleDiffersByRouteAsPinned) {
   const float a = flat->GetAvrGrayRaw(0);
   CRect rect(5, 2, 12, 6);
   img->FlatClbrtn(flat.get(), &rect, 0);
-  for (int p = 0; p < 2; ++p)
-    for (int y = 0; y < 7; ++y)
-      for (int x = 0; x < 20; ++x) {
-        float want = Light(x, y, p);
-        if (y >= 2 && y < 6) {
-          if (PlaneRoute() && x >= 5 && x < 12) want = 0.0f;
-          if (!PlaneRoute() && x < 7) want = Divide(want, Flat(x, y, 0), a);
-        }
-        ASSERT_TRUE(Same(img->GetPixelGrayRaw(x, y, p), want)) << x << "," << y << "," << p;
-      }
+  EXPECT_TRUE(SamplesNear(*img, [&](int x, int y, int p) {
+    const bool row = y >= 2 && y < 6;
+    if (row && PlaneRoute() && x >= 5 && x < 12) return 0.0f;
+    return row && !PlaneRoute() && x < 7 ? Divide(Light(x, y, p), Flat(x, y, 0), a) : Light(x, y, p);
+  }, 0));
 }
 
 TEST_P(CalibrationTest, FlatWithGammaFollowsThePowerCurveAndStopsAtAConstantPlane) {
@@ -123,18 +99,13 @@ TEST_P(CalibrationTest, FlatWithGammaFollowsThePowerCurveAndStopsAtAConstantPlan
   const ProgressSeen seen = WatchProgress(*img, [&] { img->FlatClbrtn(flat.get(), 0.25f, 0.7, 1); });
   EXPECT_EQ(seen.opened, PlaneRoute() ? 0 : 1);
   EXPECT_EQ(seen.closed, PlaneRoute() ? 0 : 1);
-  for (int p = 0; p < 3; ++p) {
+  EXPECT_TRUE(SamplesNear(*img, [&](int x, int y, int p) {
     const float fmin = flat->GetMinPixel(p), fmax = flat->GetMaxPixel(p);
     const float gm0 = fmax - 2.0f * (fmax - fmin);
-    const float mean = PlaneRoute() ? flat->GetAvrPixel(p) : flat->GetAvrGrayRaw(p);
-    const float a = FlatGammaRef(mean, fmax, gm0, 0.7);
-    for (int y = 0; y < 10; ++y)
-      for (int x = 0; x < 19; ++x) {
-        const float v = Light(x, y, p);
-        const float want = p == 2 ? v : Divide(v, FlatGammaRef(Flat(x, y, p), fmax, gm0, 0.7) + a * 0.25f, a);
-        ASSERT_TRUE(Same(img->GetPixelGrayRaw(x, y, p), want)) << x << "," << y << "," << p;
-      }
-  }
+    const float a = FlatGammaRef(PlaneRoute() ? flat->GetAvrPixel(p) : flat->GetAvrGrayRaw(p), fmax, gm0, 0.7);
+    const float v = Light(x, y, p);
+    return p == 2 ? v : Divide(v, FlatGammaRef(Flat(x, y, p), fmax, gm0, 0.7) + a * 0.25f, a);
+  }, 0));
   // No gamma, or no flat: nothing at all.
   auto before = MakeImage(19, 10, 3, Light);
   auto same = MakeImage(19, 10, 3, Light);
@@ -151,9 +122,8 @@ TEST_P(CalibrationTest, DarkFlatCalibratesTheRectangleFromTheSourceInOnePass) {
   CRect rect(2, 1, 15, 8);
   for (double gamma : {0.0, 1.6}) {
     auto img = MakeImage(17, 9, 3, [](int, int, int) { return 7.0f; });
-    ProgressSeen seen;
     int result = 0;
-    seen = WatchProgress(*img, [&] {
+    const ProgressSeen seen = WatchProgress(*img, [&] {
       result = img->DarkFlat(src.get(), dark.get(), flat.get(), fmin, fmax, favr, 0.1f, gamma, &rect, 1);
     });
     EXPECT_EQ(result, 1);
@@ -161,18 +131,13 @@ TEST_P(CalibrationTest, DarkFlatCalibratesTheRectangleFromTheSourceInOnePass) {
     EXPECT_GT(seen.steps, 0);
     const float gm0 = fmax[0] - 2.0f * (fmax[0] - fmin[0]);
     const float a = gamma > 0 ? FlatGammaRef(favr[0], fmax[0], gm0, gamma) : favr[0];
-    for (int p = 0; p < 3; ++p)
-      for (int y = 0; y < 9; ++y)
-        for (int x = 0; x < 17; ++x) {
-          float want = 7.0f;
-          if (x >= 2 && x < 15 && y >= 1 && y < 8) {
-            const float d = Light(x, y, p) - Dark(x, y, 0);
-            float f = x == 2 && y == 1 ? kNaN : Flat(x, y, 0);
-            if (gamma > 0) f = FlatGammaRef(f, fmax[0], gm0, gamma);
-            want = Divide(d > 0.0f ? d : 0.0f, f + a * 0.1f, a);
-          }
-          ASSERT_TRUE(Same(img->GetPixelGrayRaw(x, y, p), want)) << gamma << " " << x << "," << y << "," << p;
-        }
+    EXPECT_TRUE(SamplesNear(*img, [&](int x, int y, int p) {
+      if (x < 2 || x >= 15 || y < 1 || y >= 8) return 7.0f;
+      const float d = Light(x, y, p) - Dark(x, y, 0);
+      float f = x == 2 && y == 1 ? kNaN : Flat(x, y, 0);
+      if (gamma > 0) f = FlatGammaRef(f, fmax[0], gm0, gamma);
+      return Divide(d > 0.0f ? d : 0.0f, f + a * 0.1f, a);
+    }, 0)) << gamma;
   }
   // A constant flat is dropped, the dark still applies; missing arguments give 0.
   auto img = MakeImage(17, 9, 3);
@@ -209,37 +174,31 @@ TEST_P(CalibrationTest, InterpolatedDarksMatchTheDoubleFormulas) {
        }},
   };
   for (const Form &form : forms) {
-    CImgDark target;
-    ASSERT_TRUE(target.CopyImage(*MakeImage(13, 6, 3)));
-    form.run(target);
-    for (int c = 0; c < 3; ++c)
-      for (int y = 0; y < 6; ++y)
-        for (int x = 0; x < 13; ++x)
-          ASSERT_EQ(target.GetPixelGrayRaw(x, y, c), static_cast<float>(form.formula(a(x, y, c), b(x, y, c))))
-              << &form - forms.data() << " " << x << "," << y << "," << c;
+    auto target = CopyAs<CImgDark>(*MakeImage(13, 6, 3));
+    form.run(*target);
+    EXPECT_TRUE(SamplesNear(*target, [&](int x, int y, int c) {
+      return static_cast<float>(form.formula(a(x, y, c), b(x, y, c)));
+    }, 0)) << &form - forms.data();
   }
   // With a <= b, Score at the ends gives the frames themselves; equal
   // ordinates are non-finite.
   const auto above = [](int x, int y, int p) { return Pattern(x, y, p) + 100.0f; };
   auto higher = MakeImage(13, 6, 3, above);
   for (auto [fx, want] : {std::pair{2.0f, Pattern(4, 3, 1)}, std::pair{9.0f, above(4, 3, 1)}}) {
-    CImgDark target;
-    ASSERT_TRUE(target.CopyImage(*MakeImage(13, 6, 3)));
-    target.DoInterpolateByScore(higher.get(), fx, 2, 9, 0);
-    EXPECT_EQ(target.GetPixelGrayRaw(4, 3, 1), want);
+    auto target = CopyAs<CImgDark>(*MakeImage(13, 6, 3));
+    target->DoInterpolateByScore(higher.get(), fx, 2, 9, 0);
+    EXPECT_EQ(target->GetPixelGrayRaw(4, 3, 1), want);
   }
-  CImgDark target;
-  ASSERT_TRUE(target.CopyImage(*MakeImage(13, 6, 3)));
-  target.DoInterpolateByProportion(second.get(), 2, 9, 5, 1, 1, 3, 0);
-  EXPECT_FALSE(std::isfinite(target.GetPixelGrayRaw(4, 3, 1)));
+  auto equal = CopyAs<CImgDark>(*MakeImage(13, 6, 3));
+  equal->DoInterpolateByProportion(second.get(), 2, 9, 5, 1, 1, 3, 0);
+  EXPECT_FALSE(std::isfinite(equal->GetPixelGrayRaw(4, 3, 1)));
   // Only the planes both frames have: plane 1 of a two-plane target with a
   // mono second frame stays.
   auto mono = MakeImage(13, 6, 1, above);
-  CImgDark two;
-  ASSERT_TRUE(two.CopyImage(*MakeImage(13, 6, 2)));
-  two.DoInterpolateByScore(mono.get(), 9, 2, 9, 0);
-  EXPECT_EQ(two.GetPixelGrayRaw(3, 2, 0), above(3, 2, 0));
-  EXPECT_EQ(two.GetPixelGrayRaw(3, 2, 1), Pattern(3, 2, 1));
+  auto two = CopyAs<CImgDark>(*MakeImage(13, 6, 2));
+  two->DoInterpolateByScore(mono.get(), 9, 2, 9, 0);
+  EXPECT_EQ(two->GetPixelGrayRaw(3, 2, 0), above(3, 2, 0));
+  EXPECT_EQ(two->GetPixelGrayRaw(3, 2, 1), Pattern(3, 2, 1));
 }
 
 TEST_P(CalibrationTest, BadCalibrationFramesRaiseBeforeAnythingIsWritten) {

@@ -8,12 +8,6 @@
 namespace qorimg::test {
 namespace {
 
-int CountUpdates(const MessageRecorder &rec) {
-  int n = 0;
-  for (const auto &e : rec.entries) n += (e.message == 1136 && e.wParam == 1);
-  return n;
-}
-
 TEST(ProgressProtocol, OpenUpdateCloseWithStepFromTotal) {
   MessageRecorder rec;
   CLmrImage img;
@@ -25,7 +19,7 @@ TEST(ProgressProtocol, OpenUpdateCloseWithStepFromTotal) {
   for (int i = 0; i < 100; ++i) EXPECT_EQ(img.ShowProgress(1), 1);
   rec.Pump();  // updates are posted to this thread's queue
   EXPECT_EQ(rec.entries[1].lParam, 1);  // the first update comes at count 1
-  EXPECT_EQ(CountUpdates(rec), 50);
+  EXPECT_EQ(rec.Count(PROGRESS_UPDATE), 50);
   img.ShowProgressEnd(L"done");
   EXPECT_EQ(rec.entries.back().wParam, 2u);
   EXPECT_EQ(rec.entries.back().text, L"done");
@@ -41,7 +35,7 @@ TEST(ProgressProtocol, SmallTotalsUpdateEveryStepAndDirectModePostsPositions) {
   img.ShowProgressInit(1, L"x", 49);
   for (int i = 0; i < 49; ++i) img.ShowProgress(1);
   rec.Pump();
-  EXPECT_EQ(CountUpdates(rec), 49);
+  EXPECT_EQ(rec.Count(PROGRESS_UPDATE), 49);
   rec.entries.clear();
   img.ShowProgressInit(L"direct");
   img.ShowProgress(17);
@@ -107,9 +101,9 @@ TEST_P(OperatorProgressTest, CalculationOpensAndClosesOnlyWithProgressOnAndIgnor
   EXPECT_EQ(target.GetPixelGrayRaw(39, 29, 2), src->GetPixelGrayRaw(39, 29, 2) + 2.0f);  // ran to the end
   // Pipelines report no steps: only the opening and closing messages.
   if (Case().Expected(true) == Route::Plane) {
-    EXPECT_EQ(CountUpdates(rec), 0);
+    EXPECT_EQ(rec.Count(PROGRESS_UPDATE), 0);
   } else {
-    EXPECT_GT(CountUpdates(rec), 0);
+    EXPECT_GT(rec.Count(PROGRESS_UPDATE), 0);
   }
 }
 

@@ -40,12 +40,7 @@ TEST_P(DevelopmentTest, UnblurredFrameFollowsTheClosedForm) {
   double gamma[3] = {1.0, 1.0, 1.0};
   // With sigma 0 the reference is the pixel itself: v * (m + a) / (v + a).
   dev->DigitalDvlpOnly(1, src.get(), 1.0, blur, lo, range, a, mul, nullptr, 0);
-  for (int c = 0; c < 3; ++c)
-    for (int y = 0; y < 9; ++y)
-      for (int x = 0; x < 14; ++x) {
-        const double v = Pixel(x, y, c);
-        ASSERT_NEAR(dev->GetPixelGrayRaw(x, y, c), v / (v + a[c]) * mul[c], 1e-3);
-      }
+  EXPECT_TRUE(SamplesNear(*dev, [&](int x, int y, int c) { return Pixel(x, y, c) / (Pixel(x, y, c) + a[c]) * mul[c]; }, 1e-3));
   dev->DigitalDvlp2(1, gamma, src.get(), blur, lo, range, a, mul, nullptr, 0);
   EXPECT_NEAR(dev->GetPixelGrayRaw(3, 4, 1), Pixel(3, 4, 1) / (Pixel(3, 4, 1) + 20.0) * 120.0, 1e-3);
   dev->DigitalDvlpGmAftrDdp(1, gamma, src.get(), blur, lo, range, a, mul, nullptr, 0);

@@ -24,50 +24,61 @@ struct Operator {
   std::function<void(CLmrImage &target, CLmrImage *src)> run;
 };
 
+// Runs `call` on an object of the operator's own class holding the target's
+// pixels and progress window (Swap carries both), and gives them back.
+template <class Op, class Call>
+void RunAs(CLmrImage &target, Call call) {
+  Op op;
+  op.Swap(&target);
+  call(op);
+  op.Swap(&target);
+}
+
 TEST_P(FilterProgressTest, MessagesStepsAndEscape) {
   CFilterMatrix blur;
   blur.MakeGaussian(1.0);
   const Operator ops[] = {
-      {6131, true, [](CLmrImage &t, CLmrImage *s) { static_cast<CImgFilterBlur &>(t).GaussianFilter(1.0, s, nullptr, 1); }},
-      {6119, false, [](CLmrImage &t, CLmrImage *s) { static_cast<CImgFilterBlur &>(t).MeanFilter(2.0, 1.0, s, nullptr, 1); }},
-      {6120, false, [](CLmrImage &t, CLmrImage *s) { static_cast<CImgFilterBlur &>(t).MedianFilter(1.0, s, nullptr, 1); }},
-      {6153, false, [](CLmrImage &t, CLmrImage *s) { static_cast<CImgFilter &>(t).MinMaxFilter(1, 0, s, nullptr, 1); }},
-      {6143, false, [](CLmrImage &t, CLmrImage *s) { static_cast<CImgFilter &>(t).LaplacianFilter(1, s, nullptr, 1); }},
+      {6131, true,
+       [](CLmrImage &t, CLmrImage *s) { RunAs<CImgFilterBlur>(t, [&](auto &f) { f.GaussianFilter(1.0, s, nullptr, 1); }); }},
+      {6119, false,
+       [](CLmrImage &t, CLmrImage *s) { RunAs<CImgFilterBlur>(t, [&](auto &f) { f.MeanFilter(2.0, 1.0, s, nullptr, 1); }); }},
+      {6120, false,
+       [](CLmrImage &t, CLmrImage *s) { RunAs<CImgFilterBlur>(t, [&](auto &f) { f.MedianFilter(1.0, s, nullptr, 1); }); }},
+      {6153, false,
+       [](CLmrImage &t, CLmrImage *s) { RunAs<CImgFilter>(t, [&](auto &f) { f.MinMaxFilter(1, 0, s, nullptr, 1); }); }},
+      {6143, false,
+       [](CLmrImage &t, CLmrImage *s) { RunAs<CImgFilter>(t, [&](auto &f) { f.LaplacianFilter(1, s, nullptr, 1); }); }},
       {6122, false,
-       [](CLmrImage &t, CLmrImage *s) { static_cast<CImgFilter &>(t).UnSharpMask(1.0, 1, 1.0, 0.0, s, nullptr, 1); }},
+       [](CLmrImage &t, CLmrImage *s) {
+         RunAs<CImgFilter>(t, [&](auto &f) { f.UnSharpMask(1.0, 1, 1.0, 0.0, s, nullptr, 1); });
+       }},
       {6116, true,
        [&](CLmrImage &t, CLmrImage *s) {
-         auto &dev = static_cast<CImgFilterSpecial &>(t);
-         dev.ClearFilterProc();
-         dev.MakeFilterProc(s, &blur, 0, 1);
-         int own[3] = {0, 1, 2};
-         float lo[3] = {0, 0, 0}, range[3] = {1000, 1000, 1000}, a[3] = {5, 5, 5}, mul[3] = {50, 50, 50};
-         dev.DigitalDvlpOnly(1, s, 1.0, own, lo, range, a, mul, nullptr, 1);
+         RunAs<CImgFilterSpecial>(t, [&](auto &dev) {
+           dev.MakeFilterProc(s, &blur, 0, 1);
+           int own[3] = {0, 1, 2};
+           float lo[3] = {0, 0, 0}, range[3] = {1000, 1000, 1000}, a[3] = {5, 5, 5}, mul[3] = {50, 50, 50};
+           dev.DigitalDvlpOnly(1, s, 1.0, own, lo, range, a, mul, nullptr, 1);
+         });
        }},
   };
   auto src = MakeImage(30, 20, 1);
   for (const Operator &op : ops) {
     MessageRecorder rec;
     auto target = MakeImage(30, 20, 1, [](int, int, int) { return -1.0f; });
-    CImgFilterSpecial holder;  // adds no data: each operator runs on it
-    holder.Swap(target.get());
-    holder.SetProgressHandle(rec.Window());
+    target->SetProgressHandle(rec.Window());
     PostMessageW(nullptr, WM_KEYDOWN, VK_ESCAPE, 0);
-    op.run(holder, src.get());
+    op.run(*target, src.get());
     rec.Pump();
     ASSERT_GE(rec.entries.size(), 2u) << op.id;
     EXPECT_EQ(rec.entries.front().text, FindStringResource(op.id));
-    int updates = 0, closes = 0;
-    for (const auto &e : rec.entries) {
-      updates += e.message == 1136 && e.wParam == 1;
-      closes += e.message == 1136 && e.wParam == 2;
-    }
-    EXPECT_EQ(closes, 1) << op.id;
+    const int updates = rec.Count(PROGRESS_UPDATE);
+    EXPECT_EQ(rec.Count(PROGRESS_CLOSE), 1) << op.id;
     if (op.pipeline && Case().Expected(false) == Route::Plane)
       EXPECT_EQ(updates, 0) << op.id;
     else
       EXPECT_GT(updates, 0) << op.id;
-    EXPECT_NE(holder.GetPixelGrayRaw(29, 19, 0), -1.0f) << op.id << ": ESC stopped the loop";
+    EXPECT_NE(target->GetPixelGrayRaw(29, 19, 0), -1.0f) << op.id << ": ESC stopped the loop";
   }
 }
 

@@ -138,10 +138,7 @@ TEST_P(WindowTest, WorkImagesMirrorTheMargins) {
   ASSERT_EQ(work->GetWidth(), 9);
   ASSERT_EQ(work->GetHeight(), 8);
   auto mirror = [](int i, int n) { return i < 0 ? -i : (i >= n ? 2 * n - i - 1 : i); };
-  for (int c = 0; c < 3; ++c)
-    for (int y = 0; y < 8; ++y)
-      for (int x = 0; x < 9; ++x)
-        ASSERT_EQ(work->GetPixelGrayRaw(x, y, c), f->GetPixelGrayRaw(mirror(x - 2, 5), mirror(y - 2, 4), c));
+  EXPECT_TRUE(SamplesNear(*work, [&](int x, int y, int c) { return f->GetPixelGrayRaw(mirror(x - 2, 5), mirror(y - 2, 4), c); }, 0));
   std::unique_ptr<CLmrImage> dd(f->MakeDDWork(1, 0));
   ASSERT_TRUE(dd);
   ASSERT_EQ(dd->GetPlanes(), 4);

@@ -19,12 +19,6 @@ protected:
 };
 QORIMG_ALL_ROUTES(FrameEditsTest);
 
-int ProgressUpdates(const MessageRecorder &recorder) {
-  int updates = 0;
-  for (const auto &e : recorder.entries) updates += e.message == 1136 && e.wParam == 1;
-  return updates;
-}
-
 TEST_P(FrameEditsTest, CropCopiesTheRectangleOrRefusesIt) {
   auto src = MakeImage(9, 7, 2);
   MessageRecorder recorder;
@@ -33,15 +27,13 @@ TEST_P(FrameEditsTest, CropCopiesTheRectangleOrRefusesIt) {
   ASSERT_EQ(crop.Do(CRect(2, 1, 7, 5), src.get(), 1), 1);
   ASSERT_EQ(crop.GetWidth(), 5);
   ASSERT_EQ(crop.GetHeight(), 4);
-  for (int p = 0; p < 2; ++p)
-    for (int y = 0; y < 4; ++y)
-      for (int x = 0; x < 5; ++x) EXPECT_EQ(crop.GetPixelGrayRaw(x, y, p), src->GetPixelGrayRaw(x + 2, y + 1, p));
+  EXPECT_TRUE(SamplesNear(crop, [&](int x, int y, int p) { return src->GetPixelGrayRaw(x + 2, y + 1, p); }, 0));
   // Progress steps on the line path only.
   recorder.Pump();
   if (PipelineRoute())
-    EXPECT_EQ(ProgressUpdates(recorder), 0);
+    EXPECT_EQ(recorder.Count(PROGRESS_UPDATE), 0);
   else
-    EXPECT_GT(ProgressUpdates(recorder), 0);
+    EXPECT_GT(recorder.Count(PROGRESS_UPDATE), 0);
   recorder.entries.clear();
   auto kept = crop.Clone();
   for (CRect bad : {CRect(-1, 0, 3, 3), CRect(0, 0, 10, 3), CRect(4, 4, 4, 6), CRect(5, 1, 2, 4)})
@@ -63,22 +55,15 @@ TEST_P(FrameEditsTest, FlipScrollAndTheirEdgeCases) {
   EXPECT_TRUE(SamePixels(none, *src));
   ASSERT_FALSE(recorder.entries.empty());
   EXPECT_EQ(recorder.entries.front().text, L"左右反転処理中...");
-  for (int p = 0; p < 3; ++p)
-    for (int y = 0; y < 5; ++y)
-      for (int x = 0; x < 6; ++x) {
-        EXPECT_EQ(vertical.GetPixelGrayRaw(x, 4 - y, p), src->GetPixelGrayRaw(x, y, p));
-        EXPECT_EQ(horizontal.GetPixelGrayRaw(5 - x, y, p), src->GetPixelGrayRaw(x, y, p));
-      }
+  EXPECT_TRUE(SamplesNear(vertical, [&](int x, int y, int p) { return src->GetPixelGrayRaw(x, 4 - y, p); }, 0));
+  EXPECT_TRUE(SamplesNear(horizontal, [&](int x, int y, int p) { return src->GetPixelGrayRaw(5 - x, y, p); }, 0));
   CImgScroll byWidth, back, rows;
   byWidth.Do(6, 1, src.get(), 0);
   EXPECT_TRUE(SamePixels(byWidth, *src));
   back.Do(-2, 1, src.get(), 0);
   rows.Do(7, 0, src.get(), 0);
-  for (int y = 0; y < 5; ++y)
-    for (int x = 0; x < 6; ++x) {
-      EXPECT_EQ(back.GetPixelGrayRaw(x, y, 1), src->GetPixelGrayRaw((x + 2) % 6, y, 1));
-      EXPECT_EQ(rows.GetPixelGrayRaw(x, y, 2), src->GetPixelGrayRaw(x, (y + 3) % 5, 2));
-    }
+  EXPECT_TRUE(SamplesNear(back, [&](int x, int y, int p) { return src->GetPixelGrayRaw((x + 2) % 6, y, p); }, 0));
+  EXPECT_TRUE(SamplesNear(rows, [&](int x, int y, int p) { return src->GetPixelGrayRaw(x, (y + 3) % 5, p); }, 0));
   rows.Do(3, 0, &rows, 0);  // onto itself: as from a copy
   for (int x = 0; x < 6; ++x) EXPECT_EQ(rows.GetPixelGrayRaw(x, 0, 0), src->GetPixelGrayRaw(x, 0, 0));
   RejectsBadSources<CImgFlip>(Manager(), 8, 4, 3, [](CImgFlip &op, CLmrImage *s) { op.Do(1, s, 1); });

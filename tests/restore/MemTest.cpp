@@ -101,7 +101,7 @@ TEST_P(MemTest, ProgressCancelAndFailures) {
   EXPECT_EQ(capture.Titles(), std::vector<std::wstring>{Resource(6158)});
   std::vector<std::wstring> texts;
   for (const auto &e : capture.entries)
-    if (e.wParam == 4) texts.push_back(e.text);
+    if (e.message == 1136 && e.wParam == 4) texts.push_back(e.text);
   ASSERT_GE(texts.size(), 2u);
   EXPECT_EQ(texts[0], Resource(6162));
   EXPECT_EQ(texts[1], FormatResource(6160, 1));

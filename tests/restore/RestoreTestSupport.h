@@ -93,24 +93,11 @@ inline StarShape MeasureStar(const std::vector<float> &plane, int w, double cx, 
   return {2.3548 * std::sqrt(sxx / s / 2), mx, my, peak};
 }
 
-// Progress messages (1136) to a window and message boxes, recorded. When a
-// progress title equal to `escapeOn` opens, ESC is posted to the thread.
-class RestoreCapture {
+// Progress messages and message boxes, recorded; at the end the thread's queue
+// is drained, so that an ESC posted by `escapeOn` reaches no later test.
+class RestoreCapture : public MessageRecorder {
 public:
-  struct Entry {
-    unsigned long long wParam;
-    long long lParam;
-    std::wstring text;
-  };
   RestoreCapture() {
-    hwnd_ = CreateMessageWindow([this](HWND, UINT message, WPARAM wParam, LPARAM lParam) -> LRESULT {
-      if (message != 1136) return 0;
-      Entry e{wParam, static_cast<long long>(lParam), {}};
-      if (wParam != 1 && wParam != 13 && lParam) e.text = reinterpret_cast<const wchar_t *>(lParam);
-      if (wParam == 0 && !escapeOn.empty() && e.text == escapeOn) PostMessageW(nullptr, WM_KEYDOWN, VK_ESCAPE, 0);
-      entries.push_back(e);
-      return 0;
-    });
     qorimg::SetMessageBoxCallback([this](const wchar_t *text, UINT) {
       boxes.push_back(text ? text : L"");
       return IDOK;
@@ -121,39 +108,8 @@ public:
     MSG msg;
     while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
     }
-    DestroyWindow(hwnd_);
   }
-  HWND Window() const { return hwnd_; }
-  // Titles opened (wParam 0), in order.
-  std::vector<std::wstring> Titles() const {
-    std::vector<std::wstring> t;
-    for (const auto &e : entries)
-      if (e.wParam == 0) t.push_back(e.text);
-    return t;
-  }
-  int Count(unsigned long long wParam) const {
-    int n = 0;
-    for (const auto &e : entries) n += e.wParam == wParam;
-    return n;
-  }
-  // The positions posted (wParam 1) after the title `title` opened, up to
-  // its close.
-  std::vector<long long> Ticks(const std::wstring &title) const {
-    std::vector<long long> ticks;
-    bool in = false;
-    for (const auto &e : entries) {
-      if (e.wParam == 0) in = e.text == title;
-      else if (e.wParam == 2) in = false;
-      else if (e.wParam == 1 && in) ticks.push_back(e.lParam);
-    }
-    return ticks;
-  }
-  std::wstring escapeOn;
-  std::vector<Entry> entries;
   std::vector<std::wstring> boxes;
-
-private:
-  HWND hwnd_;
 };
 
 // Raw arrays exchanged with the Python references.

@@ -57,8 +57,7 @@ TEST_P(WienerTest, FlatFrameGainAndRectangle) {
   CRect r2(0, 4, 33, 25);
   ASSERT_EQ(whole->Do(1.5, 0.001, nullptr, 0), 1);
   ASSERT_EQ(part->Do(1.5, 0.001, &r2, 0), 1);
-  for (int y = 0; y < 21; ++y)
-    for (int x = 0; x < 33; ++x) ASSERT_EQ(whole->GetPixelGrayRaw(x, y, 0), part->GetPixelGrayRaw(x, y + 4, 0));
+  EXPECT_TRUE(SamplesNear(*whole, [&](int x, int y, int) { return part->GetPixelGrayRaw(x, y + 4, 0); }, 0));
 }
 
 // Every store moves the same bits: compare with the block store's plain run.

@@ -77,6 +77,21 @@ std::vector<float> ReadPlane(const CLmrImage &image, int plane) {
   return ::testing::AssertionSuccess();
 }
 
+::testing::AssertionResult SamplesNear(const CLmrImage &image, const SampleFunction &want, double absolute,
+                                       double relative, const SampleFilter &where) {
+  for (int p = 0; p < image.GetPlanes(); ++p)
+    for (int y = 0; y < image.GetHeight(); ++y)
+      for (int x = 0; x < image.GetWidth(); ++x) {
+        if (where && !where(x, y, p)) continue;
+        const double got = image.GetPixelGrayRaw(x, y, p), w = want(x, y, p);
+        const bool ok = got == w || (std::isnan(w) ? std::isnan(got) : std::abs(got - w) <= absolute + relative * std::abs(w));
+        if (!ok)
+          return ::testing::AssertionFailure()
+                 << "plane " << p << " (" << x << ", " << y << "): " << got << " vs " << w;
+      }
+  return ::testing::AssertionSuccess();
+}
+
 Route RouteCase::Expected(const testing::RouteRecord &run) const {
   if (run.hadPipeline) return Expected(run.hadVector);
   return vector && run.hadVector ? Route::Vector : Route::Block;
@@ -134,6 +149,8 @@ MessageRecorder::MessageRecorder() {
     // Codes 0, 2, 4 and 12 carry a text pointer that is only valid during the call.
     if (message == 1136 && wParam != 1 && wParam != 13 && lParam)
       e.text = reinterpret_cast<const wchar_t *>(lParam);
+    if (message == 1136 && wParam == 0 && !escapeOn.empty() && e.text == escapeOn)
+      PostMessageW(nullptr, WM_KEYDOWN, VK_ESCAPE, 0);
     entries.push_back(e);
     return 0;
   });
@@ -144,6 +161,31 @@ MessageRecorder::~MessageRecorder() { DestroyWindow(hwnd_); }
 void MessageRecorder::Pump() {
   MSG msg;
   while (PeekMessageW(&msg, hwnd_, 0, 0, PM_REMOVE)) DispatchMessageW(&msg);
+}
+
+int MessageRecorder::Count(unsigned long long wParam) const {
+  int n = 0;
+  for (const Entry &e : entries) n += e.message == 1136 && e.wParam == wParam;
+  return n;
+}
+
+std::vector<std::wstring> MessageRecorder::Titles() const {
+  std::vector<std::wstring> titles;
+  for (const Entry &e : entries)
+    if (e.message == 1136 && e.wParam == 0) titles.push_back(e.text);
+  return titles;
+}
+
+std::vector<long long> MessageRecorder::Ticks(const std::wstring &title) const {
+  std::vector<long long> ticks;
+  bool in = false;
+  for (const Entry &e : entries) {
+    if (e.message != 1136) continue;
+    if (e.wParam == 0) in = e.text == title;
+    else if (e.wParam == 2) in = false;
+    else if (e.wParam == 1 && in) ticks.push_back(e.lParam);
+  }
+  return ticks;
 }
 
 }  // namespace qorimg::test

@@ -51,6 +51,30 @@ std::vector<float> ReadPlane(const CLmrImage &image, int plane);
 // Bitwise comparison of every sample (NaN equals NaN); reports the first difference.
 ::testing::AssertionResult SamePixels(const CLmrImage &a, const CLmrImage &b);
 
+using SampleFunction = std::function<double(int x, int y, int plane)>;
+using SampleFilter = std::function<bool(int x, int y, int plane)>;
+// Every sample of `image` that `where` admits (all when none is given) lies
+// within absolute + relative * |want| of `want`, where a NaN wanted must be
+// NaN; reports the first miss.
+::testing::AssertionResult SamplesNear(const CLmrImage &image, const SampleFunction &want, double absolute,
+                                       double relative = 0, const SampleFilter &where = nullptr);
+
+// An operator object (any CLmrImage subclass) holding a copy of `source`.
+template <class Op>
+std::unique_ptr<Op> CopyAs(const CLmrImage &source) {
+  auto op = std::make_unique<Op>();
+  EXPECT_EQ(op->CopyImage(source), 1);
+  return op;
+}
+
+// An operator object of the source's geometry and levels, all zero.
+template <class Op>
+std::unique_ptr<Op> TargetFor(const CLmrImage &source) {
+  auto op = std::make_unique<Op>();
+  EXPECT_TRUE(op->Create(source, nullptr));
+  return op;
+}
+
 // The operator under test, with a source and the target it writes.
 using BinaryOperator = std::function<void(CLmrImage *src, CLmrImage &target)>;
 // Runs `op` with a source that is null, narrower, shorter, of fewer planes, or of
@@ -97,7 +121,15 @@ public:
   };
   // Dispatches what was posted to this thread's queue for the window.
   void Pump();
+  // Progress messages of code `wParam` (0 open, 1 position, 2 close) so far.
+  int Count(unsigned long long wParam) const;
+  // The titles of the progress opened, in order.
+  std::vector<std::wstring> Titles() const;
+  // The positions posted after the progress `title` opened, up to its close.
+  std::vector<long long> Ticks(const std::wstring &title) const;
   std::vector<Entry> entries;
+  // When a progress of this title opens, ESC is posted to the thread.
+  std::wstring escapeOn;
 
 private:
   HWND hwnd_;

@@ -1,27 +1,11 @@
-// Helpers of the tone tests: operator objects made from fixture images, and
-// double-precision references of the brightness values.
+// Helpers of the tone tests: double-precision references of the brightness
+// values and moments.
 #pragma once
 #include <memory>
 #include <vector>
 #include "support/Fixtures.h"
 
 namespace qorimg::test {
-
-// An operator object (any CLmrImage subclass) holding a copy of `source`.
-template <class Op>
-std::unique_ptr<Op> CopyAs(const CLmrImage &source) {
-  auto op = std::make_unique<Op>();
-  EXPECT_EQ(op->CopyImage(source), 1);
-  return op;
-}
-
-// An operator object of the source's geometry and levels, all zero.
-template <class Op>
-std::unique_ptr<Op> TargetFor(const CLmrImage &source) {
-  auto op = std::make_unique<Op>();
-  EXPECT_TRUE(op->Create(source, nullptr));
-  return op;
-}
 
 inline float RawBright(const CLmrImage &img, int x, int y) {
   if (!img.IsColor()) return img.GetPixelGrayRaw(x, y, 0);
