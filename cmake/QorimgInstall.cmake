@@ -27,6 +27,9 @@ set(QORIMG_PUBLIC_HEADERS
   geometry/ImgScroll.h
   geometry/ImgSoftBinning.h
   geometry/Interp.h
+  io/Cfa.h
+  io/Fits.h
+  io/Png.h
   display/BaseDIB.h
   display/BmpFile.h
   display/MemoryDIB.h
@@ -88,7 +91,8 @@ endforeach()
 add_custom_target(qorimg_public_headers DEPENDS ${public_copies})
 add_dependencies(qorimg qorimg_public_headers)
 
-install(TARGETS qorimg EXPORT qorimgTargets
+# The file library (FITS, PNG) beside the engine: qorimg::io.
+install(TARGETS qorimg qorimg_io EXPORT qorimgTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 install(EXPORT qorimgTargets NAMESPACE qorimg:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/qorimg)
