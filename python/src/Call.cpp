@@ -107,6 +107,21 @@ void Call::Finish() {
   if (reporting_ && PyErr_CheckSignals() != 0) throw py::error_already_set();
 }
 
+constexpr std::size_t kDefaultBlockBudget = std::size_t(256) << 20;
+constexpr int kLinesPerBlock = 64;
+
+std::shared_ptr<CVmManager> MakeManager(const std::string &store, std::optional<std::size_t> memory) {
+  if (store == "whole-plane") {
+    if (memory) return CreateWholePlaneManager(*memory);
+    static const std::shared_ptr<CVmManager> shared = CreateWholePlaneManager();
+    return shared;
+  }
+  if (store == "block") return CreateBlockManager(memory.value_or(kDefaultBlockBudget), kLinesPerBlock);
+  throw py::value_error("store must be \"whole-plane\" or \"block\", not \"" + store + "\"");
+}
+
+std::string PathOf(const py::object &path) { return py::str(py::module_::import("os").attr("fspath")(path)); }
+
 CRect ToRect(const std::array<int, 4> &r) { return CRect(r[0], r[1], r[2], r[3]); }
 
 CRect *RectOrNull(const Rect &rect, CRect &storage) {

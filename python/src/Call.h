@@ -95,6 +95,11 @@ private:
 };
 
 // Helpers shared by the binding files.
+// The store of new images: "whole-plane" (memory: a ceiling in bytes; default
+// one shared store) or "block" (memory: the resident budget).
+std::shared_ptr<CVmManager> MakeManager(const std::string &store, std::optional<std::size_t> memory);
+// A str or os.PathLike as a path.
+std::string PathOf(const py::object &path);
 CRect ToRect(const std::array<int, 4> &r);
 // Pointer to `storage` filled from `rect`, or null for None.
 CRect *RectOrNull(const Rect &rect, CRect &storage);
@@ -156,5 +161,7 @@ void BindCalibrate(py::module_ &m);
 void BindDevelop(py::module_ &m);
 void BindComposite(py::module_ &m);
 void BindRestore(py::module_ &m);
+void BindIo(py::module_ &m);
+void BindWorkflow(py::module_ &m);
 
 }  // namespace qorpy

@@ -11,19 +11,6 @@ namespace qorpy {
 
 namespace {
 
-constexpr std::size_t kDefaultBlockBudget = std::size_t(256) << 20;
-constexpr int kLinesPerBlock = 64;
-
-std::shared_ptr<CVmManager> MakeManager(const std::string &store, std::optional<std::size_t> memory) {
-  if (store == "whole-plane") {
-    if (memory) return CreateWholePlaneManager(*memory);
-    static const std::shared_ptr<CVmManager> shared = CreateWholePlaneManager();
-    return shared;
-  }
-  if (store == "block") return CreateBlockManager(memory.value_or(kDefaultBlockBudget), kLinesPerBlock);
-  throw py::value_error("store must be \"whole-plane\" or \"block\", not \"" + store + "\"");
-}
-
 // Layout of an array: planes, height, width and the element steps of each.
 struct Layout {
   int planes, height, width;

@@ -12,4 +12,10 @@ PYBIND11_MODULE(_qorimg, m) {
   qorpy::BindDevelop(m);
   qorpy::BindComposite(m);
   qorpy::BindRestore(m);
+#ifdef QORIMG_PY_IO
+  qorpy::BindIo(m);
+#endif
+#ifdef QORIMG_PY_WORKFLOW
+  qorpy::BindWorkflow(m);
+#endif
 }
