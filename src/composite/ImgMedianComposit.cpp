@@ -248,10 +248,16 @@ void CImgMedianComposit::SigmaCalc(double fSigma, int nTop, int nBottom) {
 void CImgMedianComposit::CalcMax(int nTop, int nBottom) { Reduce(Reduction::Max, 0, nTop, nBottom, 0, false); }
 void CImgMedianComposit::CalcMin(int nTop, int nBottom) { Reduce(Reduction::Min, 0, nTop, nBottom, 0, false); }
 
+void CImgMedianComposit::GetRejection(long long *pSamples, long long *pRejected) const {
+  if (pSamples) *pSamples = m_samples;
+  if (pRejected) *pRejected = m_rejected;
+}
+
 // Rows, then planes, then columns; for each pixel the valid values of the
 // frames in order. Threads only on a whole-plane target, each with its own
 // scratch; the result of a pixel does not depend on the thread.
 void CImgMedianComposit::Reduce(Reduction kind, double fSigma, int nTop, int nBottom, int bDiscard, bool parallel) {
+  m_samples = m_rejected = 0;
   if (!m_pTarget) return;
   CLmrImage &target = *m_pTarget;
   const int width = target.GetWidth(), height = target.GetHeight(), planes = target.GetPlanes();
@@ -265,8 +271,15 @@ void CImgMedianComposit::Reduce(Reduction kind, double fSigma, int nTop, int nBo
   const bool threads = parallel && target.GetAllocationPolicy() != 0;
   const int slots = threads ? CParallel::GetMaxThreads() : 1;
   std::vector<float> scratch(static_cast<std::size_t>(slots) * static_cast<std::size_t>(frames));
+  // Values combined and rejected, per plane and row, added up in order after
+  // the rows are made, so that the totals do not depend on the threads.
+  struct Tally {
+    long long samples = 0, rejected = 0;
+  };
+  const int bandRows = nBottom - nTop + 1;
+  std::vector<Tally> tally(static_cast<std::size_t>(planes) * static_cast<std::size_t>(bandRows));
 
-  auto pixel = [&](std::size_t index, int p, float *v) -> float {
+  auto pixel = [&](std::size_t index, int p, float *v, Tally &t) -> float {
     int n = 0;
     double sum = 0.0, extreme = kind == Reduction::Max ? kMaxStart : kMinStart;
     for (int f = 0; f < frames; ++f) {
@@ -290,6 +303,7 @@ void CImgMedianComposit::Reduce(Reduction kind, double fSigma, int nTop, int nBo
         default: v[n++] = x, sum += x; break;
       }
     }
+    t.samples += n;
     if (n == 0) return 0.0f;
     if (kind == Reduction::Max || kind == Reduction::Min) return static_cast<float>(extreme);
     if (n == 1) return v[0];
@@ -306,6 +320,7 @@ void CImgMedianComposit::Reduce(Reduction kind, double fSigma, int nTop, int nBo
     int count = 0;
     for (int i = 0; i < n; ++i)
       if (lo <= v[i] && v[i] <= hi) kept += v[i], ++count;
+    t.rejected += n - count;
     if (count == 0) kept = m, count = 1;
     if (kind == Reduction::Sigma && bDiscard) return static_cast<float>(kept / count);
     return static_cast<float>((kept + (n - count) * m) / n);
@@ -318,7 +333,9 @@ void CImgMedianComposit::Reduce(Reduction kind, double fSigma, int nTop, int nBo
       float *out = target.GetImageAdr(0, y, p);
       float *v = scratch.data() + static_cast<std::size_t>(threads ? CParallel::GetThreadNum() : 0) * frames;
       const std::size_t base = static_cast<std::size_t>(y - nTop) * width * planes + static_cast<std::size_t>(p) * width;
-      for (int x = 0; x < width; ++x) out[x] = pixel(base + static_cast<std::size_t>(x), p, v);
+      Tally &t = tally[static_cast<std::size_t>(p) * bandRows + static_cast<std::size_t>(y - nTop)];
+      t = Tally{};
+      for (int x = 0; x < width; ++x) out[x] = pixel(base + static_cast<std::size_t>(x), p, v, t);
     };
     if (threads)
       qorimg::ParallelLines(nTop, nBottom + 1, row);
@@ -326,6 +343,7 @@ void CImgMedianComposit::Reduce(Reduction kind, double fSigma, int nTop, int nBo
       qorimg::ForEachLine(nTop, nBottom + 1, row);
   };
   qorimg::RunOperator({target, 0, 0, 0, band, {0, planes}}, {{&target, planes}}, routes);
+  for (const Tally &t : tally) m_samples += t.samples, m_rejected += t.rejected;
   if (height > 0) {
     target.ShowProgressInit(m_nMessage);
     target.ShowProgress(static_cast<int>(static_cast<long long>(nBottom) * 100 / height));

@@ -77,6 +77,10 @@ public:
   void SigmaCalc(double fSigma, int nTop, int nBottom);
   void CalcMax(int nTop, int nBottom);
   void CalcMin(int nTop, int nBottom);
+  // Of the last calculation: the values it combined and how many of them the
+  // sigma clip rejected (0 for the median, maximum and minimum). A stack
+  // reports its rejected share from these.
+  void GetRejection(long long *pSamples, long long *pRejected) const;
 
 protected:
   CLmrImage *m_pTarget;
@@ -85,6 +89,8 @@ protected:
   std::vector<NormalizeItem> m_normalize;
   double m_refOffset[3] = {0, 0, 0};
   double m_refScale[3] = {0, 0, 0};
+  long long m_samples = 0;
+  long long m_rejected = 0;
 
 private:
   enum class Reduction { Median, Sigma, SigmaNormalized, Max, Min };

@@ -50,18 +50,28 @@ TEST_P(MedianCompositTest, CalculationsOnKnownValues) {
   double neutral[3] = {0, 0, 0}, one[3] = {1, 1, 1};
   for (int f = 0; f < 3; ++f) s.op->AddNormalizeParam(neutral, one);
   s.op->SetRefNormalizeParam(neutral, one);
+  // Each calculation reports the values it combined and those it rejected.
+  auto rejection = [](const CImgMedianComposit &op) {
+    long long samples = -1, rejected = -1;
+    op.GetRejection(&samples, &rejected);
+    return std::pair{samples, rejected};
+  };
   s.op->SigmaCalc(1.0, 0, 2);
   EXPECT_FLOAT_EQ(s.At(1, 1), 5.0f / 3);  // 100 rejected and replaced by the median
+  EXPECT_EQ(rejection(*s.op), std::pair(36LL, 12LL));
   s.op->Calc(1.0, 0, 2, 0);
   EXPECT_FLOAT_EQ(s.At(1, 1), 5.0f / 3);
-  s.op->Calc(1.0, 0, 2, 1);
+  s.op->Calc(1.0, 1, 2, 1);
   EXPECT_FLOAT_EQ(s.At(1, 1), 1.5f);
+  EXPECT_EQ(rejection(*s.op), std::pair(24LL, 8LL));
   for (double k : {-1.0, std::numeric_limits<double>::quiet_NaN()}) {
     s.op->Calc(k, 0, 2, 1);  // an empty window gives the median
     EXPECT_EQ(s.At(1, 1), 2.0f);
+    EXPECT_EQ(rejection(*s.op), std::pair(36LL, 36LL));
   }
   s.op->MedianCalc(0, 2);
   EXPECT_EQ(s.At(0, 0), 2.0f);
+  EXPECT_EQ(rejection(*s.op), std::pair(36LL, 0LL));
   s.op->CalcMax(0, 2);
   EXPECT_EQ(s.At(3, 2), 100.0f);
   s.op->CalcMin(1, 1);
@@ -87,6 +97,7 @@ TEST_P(MedianCompositTest, CalculationsOnKnownValues) {
   EXPECT_EQ(negative.At(0, 0), 1.1754943508222875e-38f);
   negative.op->MedianCalc(0, 2);  // NaN is not a value: the median of two
   EXPECT_EQ(negative.At(0, 0), -3.5f);
+  EXPECT_EQ(rejection(*negative.op), std::pair(24LL, 0LL));
   // A frame without a normalisation item, and a band beyond the entries.
   EXPECT_THROW(negative.op->SigmaCalc(1.0, 0, 2), CInvalidArgException *);
   EXPECT_THROW(negative.op->Calc(0, 3), CInvalidArgException *);
