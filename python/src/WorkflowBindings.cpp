@@ -5,14 +5,18 @@
 #include <cmath>
 #include <cstring>
 
-#include "Calibrate.h"
 #include "Call.h"
 #include "FrameSource.h"
-#include "Masters.h"
 #include "Register.h"
 #include "Stack.h"
 #include "Stretch.h"
 #include "io/Fits.h"
+#ifdef QORIMG_PY_CALIBRATE
+#include "Calibrate.h"
+#endif
+#ifdef QORIMG_PY_MASTERS
+#include "Masters.h"
+#endif
 
 namespace qorpy {
 
@@ -27,16 +31,26 @@ std::shared_ptr<CVmManager> DefaultManager() { return MakeManager("whole-plane",
 struct Calibration {
   ImagePtr bias, dark, flat;
   double darkExposure = 0, pedestal = 0;
-  wf::DarkScale scale = wf::DarkScale::None;
-  bool cfa = false;
-
-  wf::CalibrationOptions Options() const {
-    wf::CalibrationOptions o;
-    o.bias = bias.get(), o.dark = dark.get(), o.flat = flat.get();
-    o.darkExposure = darkExposure, o.darkScale = scale, o.pedestal = pedestal, o.cfa = cfa;
-    return o;
-  }
+  bool scaleDark = false, cfa = false;
 };
+
+// The workflow's calibration of `light` in place, with masters that cover it.
+void ApplyCalibration(CLmrImage &light, double exposure, const Calibration &c, const CLmrImage *bias,
+                      const CLmrImage *dark, const CLmrImage *flat) {
+#ifdef QORIMG_PY_CALIBRATE
+  wf::CalibrationOptions o;
+  o.bias = bias, o.dark = dark, o.flat = flat;
+  o.darkExposure = c.darkExposure, o.pedestal = c.pedestal, o.cfa = c.cfa;
+  o.darkScale = c.scaleDark ? wf::DarkScale::Exposure : wf::DarkScale::None;
+  wf::Calibrate(light, exposure, o);
+#else
+  throw std::invalid_argument("calibration: this build's workflow has no calibration step");
+#endif
+}
+
+void ApplyCalibration(CLmrImage &light, double exposure, const Calibration &c) {
+  ApplyCalibration(light, exposure, c, c.bias.get(), c.dark.get(), c.flat.get());
+}
 
 // A FITS frame read band by band, calibrated band by band when asked: the
 // calibration is pixel by pixel, so a band of the masters gives the same
@@ -57,12 +71,10 @@ public:
     if (!calibration_) return;
     const auto &c = *calibration_;
     auto band = Band(dst, top, rows, info_.planes);
-    std::unique_ptr<CLmrImage> bias, dark, flat;
-    wf::CalibrationOptions o = c.Options();
-    if (c.bias) o.bias = (bias = c.bias->Crop(CRect(0, top, Width(), top + rows))).get();
-    if (c.dark) o.dark = (dark = c.dark->Crop(CRect(0, top, Width(), top + rows))).get();
-    if (c.flat) o.flat = (flat = c.flat->Crop(CRect(0, top, Width(), top + rows))).get();
-    wf::Calibrate(*band, exposure_, o);
+    const CRect rect(0, top, Width(), top + rows);
+    auto rowsOf = [&](const ImagePtr &master) { return master ? master->Crop(rect) : nullptr; };
+    const auto bias = rowsOf(c.bias), dark = rowsOf(c.dark), flat = rowsOf(c.flat);
+    ApplyCalibration(*band, exposure_, c, bias.get(), dark.get(), flat.get());
     for (int p = 0; p < info_.planes; ++p)
       for (int y = 0; y < rows; ++y)
         std::memcpy(dst + (std::size_t(p) * rows + y) * Width(), band->GetImageAdr(0, y, p, CImage::ReadOnly),
@@ -121,7 +133,7 @@ std::shared_ptr<const Calibration> CalibrationFrom(const py::object &spec) {
   c->bias = master("bias"), c->dark = master("dark"), c->flat = master("flat");
   if (d.contains("dark_exposure")) c->darkExposure = d["dark_exposure"].cast<double>();
   if (d.contains("pedestal")) c->pedestal = d["pedestal"].cast<double>();
-  if (d.contains("scale_dark") && d["scale_dark"].cast<bool>()) c->scale = wf::DarkScale::Exposure;
+  if (d.contains("scale_dark")) c->scaleDark = d["scale_dark"].cast<bool>();
   if (d.contains("cfa")) c->cfa = d["cfa"].cast<bool>();
   return c;
 }
@@ -194,18 +206,11 @@ void BindWorkflow(py::module_ &m) {
       .value("BILINEAR", wf::Interpolation::Bilinear)
       .value("BICUBIC", wf::Interpolation::Bicubic)
       .value("LANCZOS3", wf::Interpolation::Lanczos3);
-  py::enum_<wf::MasterKind>(w, "MasterKind")
-      .value("BIAS", wf::MasterKind::Bias)
-      .value("DARK", wf::MasterKind::Dark)
-      .value("FLAT", wf::MasterKind::Flat);
   py::enum_<wf::LevelsMode>(w, "LevelsMode")
       .value("HISTOGRAM", wf::LevelsMode::Histogram)
       .value("MEDIAN", wf::LevelsMode::Median)
       .value("NORMAL", wf::LevelsMode::Normal)
       .value("FIXED", wf::LevelsMode::Fixed);
-  py::enum_<wf::RegisterMethod>(w, "RegisterMethod")
-      .value("POC", wf::RegisterMethod::Poc)
-      .value("POC_ROTATION", wf::RegisterMethod::PocRotation);
   py::class_<wf::Placement>(w, "Placement", "Where a frame lies against the reference.")
       .def(py::init([](double dx, double dy, double rotation) {
         wf::Placement p;
@@ -230,6 +235,11 @@ void BindWorkflow(py::module_ &m) {
                ", rotation=" + std::to_string(p.rotationDeg) + (p.ok ? ")" : ", failed: " + p.reason + ")");
       });
 
+#ifdef QORIMG_PY_MASTERS
+  py::enum_<wf::MasterKind>(w, "MasterKind")
+      .value("BIAS", wf::MasterKind::Bias)
+      .value("DARK", wf::MasterKind::Dark)
+      .value("FLAT", wf::MasterKind::Flat);
   w.def("build_master", [](wf::MasterKind kind, const py::iterable &frames, wf::Combine combine, double kappa,
                            wf::Normalization norm, const ImagePtr &bias, const ImagePtr &dark, bool cfa,
                            const py::object &progress) {
@@ -247,16 +257,23 @@ void BindWorkflow(py::module_ &m) {
         py::arg("kappa") = 3.0, py::arg("norm") = wf::Normalization::None, py::arg("bias") = nullptr,
         py::arg("dark") = nullptr, py::arg("cfa") = false, py::arg("progress") = py::none(),
         "{image, combine, why, exposure}: a master bias, dark or flat from frames (Images or FITS paths).");
+#endif
+#ifdef QORIMG_PY_CALIBRATE
   w.def("calibrate", [](const ImagePtr &light, double exposure, const py::dict &calibration) {
     RequireImage(light, "light");
     auto c = CalibrationFrom(calibration);
     py::gil_scoped_release release;
     auto out = light->Clone();
-    wf::Calibrate(*out, exposure, c->Options());
+    ApplyCalibration(*out, exposure, *c);
     return ImagePtr(std::move(out));
   }, py::arg("light"), py::arg("exposure") = 0.0, py::arg("calibration") = py::dict(),
         "(light - bias - k dark) / flat + pedestal; calibration: {bias, dark, flat (Images or paths), dark_exposure, "
         "scale_dark, pedestal, cfa}.");
+#endif
+#ifdef QORIMG_PY_REGISTER
+  py::enum_<wf::RegisterMethod>(w, "RegisterMethod")
+      .value("POC", wf::RegisterMethod::Poc)
+      .value("POC_ROTATION", wf::RegisterMethod::PocRotation);
   w.def("register", [](const ImagePtr &reference, const py::iterable &frames, wf::RegisterMethod method,
                        std::pair<int, int> region, const py::object &calibration, const py::object &progress) {
     RequireImage(reference, "reference");
@@ -277,7 +294,7 @@ void BindWorkflow(py::module_ &m) {
         ImagePtr frame = images[i];
         if (!frame) {
           frame = ImagePtr(io::ReadFits(paths[i], DefaultManager()));
-          if (c) wf::Calibrate(*frame, FitsSource(paths[i], nullptr).Exposure(), c->Options());
+          if (c) ApplyCalibration(*frame, FitsSource(paths[i], nullptr).Exposure(), *c);
         }
         out.push_back(registrar.Measure(*frame));
         call.Update(static_cast<int>((i + 1) * 100 / items.size()));
@@ -287,6 +304,7 @@ void BindWorkflow(py::module_ &m) {
   }, py::arg("reference"), py::arg("frames"), py::kw_only(), py::arg("method") = wf::RegisterMethod::PocRotation,
         py::arg("region") = std::make_pair(0, 0), py::arg("calibration") = py::none(), py::arg("progress") = py::none(),
         "The placement of each frame (Image, or FITS path calibrated by `calibration`) against the reference.");
+#endif
   w.def("measure_normalization", [](const py::iterable &frames, wf::Normalization norm, const py::object &calibration) {
     Sources sources(frames, CalibrationFrom(calibration));
     Call call;
