@@ -34,7 +34,9 @@ bench: configure
 # A generated night of 16 frames reduced on a local Dask cluster of 2 workers
 # against the same reduction in one process.
 bench-e2e: build
-	@PYTHONPATH=$(BUILD)/python /usr/bin/python3 examples/reduce_night.py --compare 2>/dev/null | tee -a $(BUILD)/bench/results.txt
+	@mkdir -p $(BUILD)/bench
+	@PYTHONPATH=$(BUILD)/python /usr/bin/python3 examples/reduce_night.py --compare 2>/dev/null | tee $(BUILD)/bench/e2e.txt
+	@grep '^ratio' $(BUILD)/bench/e2e.txt >> $(BUILD)/bench/results.txt
 
 sanitize: deps
 	@cmake -S . -B $(SANITIZE_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQORIMG_SANITIZE=ON -DQORIMG_BENCH=OFF >/dev/null
