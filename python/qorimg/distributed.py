@@ -67,11 +67,7 @@ def _calibration(spec):
 
 
 def _exposure(path):
-    for card in _qorimg.read_fits_info(path)["cards"]:
-        key = card[:8].strip()
-        if key in ("EXPTIME", "EXPOSURE") and "=" in card[8:10]:
-            return float(card[10:].split("/")[0].strip().strip("'"))
-    return 0.0
+    return _qorimg.read_fits_info(path)["exposure"]
 
 
 # ---- The tasks (module-level functions: the workers import them) -----------

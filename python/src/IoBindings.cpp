@@ -31,6 +31,7 @@ py::dict InfoDict(const io::FitsInfo &info) {
   d["bitpix"] = info.bitpix, d["bzero"] = info.bzero, d["bscale"] = info.bscale;
   d["top_down"] = info.rowOrder == io::RowOrder::TopDown;
   d["cards"] = info.header.Records();
+  d["exposure"] = info.header.Number("EXPTIME").value_or(info.header.Number("EXPOSURE").value_or(0.0));
   return d;
 }
 

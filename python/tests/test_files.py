@@ -19,6 +19,7 @@ def test_fits_round_trip_and_band_reads(tmp_path, planes):
     assert np.array_equal(bits(Q.read_fits_rows(path, 5, 7)), bits(chw[:, 5:12]))
     info = Q.read_fits_info(path)
     assert (info["width"], info["height"], info["planes"], info["bitpix"]) == (31, 23, planes, -32)
+    assert info["exposure"] == 30.5
     assert any(card.startswith("OBJECT  = 'M 31") for card in info["cards"])
 
 

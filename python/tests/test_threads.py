@@ -39,27 +39,35 @@ def test_python_runs_while_an_operator_runs():
 
 
 def test_two_threads_run_two_operators_in_parallel():
-    # One OpenMP and Halide thread per call, so that a call takes one core. The
-    # machine (2 cores) is shared with other builds: the best of three tries must
-    # beat 0.9 of the serial time, where a held GIL would give 1.0 or more.
+    # One OpenMP and Halide thread per call, so that a call takes one core.
+    # Firm: the two calls' progress callbacks interleave, which a held GIL
+    # would forbid (the second call could not start before the first ended).
+    # Tolerant: the machine (2 cores) is shared with other builds and its
+    # timings swing by tens of percent, so the best of five tries need only
+    # beat running one after the other.
     out = run_script("""
         import threading, time
         import numpy as np
         import qorimg as Q
         a = np.random.default_rng(0).normal(500, 50, (1200, 1200)).astype(np.float32)
         imgs = [Q.Image.from_array(a, store="block") for _ in range(2)]
-        op = lambda i: Q.median_filter(i, 4.0)
+        marks = []
+        op = lambda i, k=0: Q.median_filter(i, 4.0, progress=lambda p: marks.append(k))
         op(imgs[0])
-        best = 9.0
-        for _ in range(3):
+        best, interleaved = 9.0, False
+        for _ in range(5):
             t = time.perf_counter(); op(imgs[0]); op(imgs[1]); serial = time.perf_counter() - t
-            threads = [threading.Thread(target=op, args=(i,)) for i in imgs]
+            del marks[:]
+            threads = [threading.Thread(target=op, args=(i, k)) for k, i in enumerate(imgs)]
             t = time.perf_counter(); [x.start() for x in threads]; [x.join() for x in threads]
             best = min(best, (time.perf_counter() - t) / serial)
-            if best < 0.75: break
-        print(best)
+            # One after the other gives one change of caller (0..0 1..1).
+            interleaved = interleaved or sum(a != b for a, b in zip(marks, marks[1:])) >= 2
+            if best < 0.8 and interleaved: break
+        print(best, interleaved)
     """, OMP_NUM_THREADS="1", HL_NUM_THREADS="1")
-    assert float(out[0]) < 0.9
+    assert out[1] == "True"
+    assert float(out[0]) < 1.0
 
 
 def test_ctrl_c_stops_an_operator_that_honours_esc_and_raises():
