@@ -73,8 +73,13 @@ ImagePtr FromArray(const py::array &input, const std::string &store, std::option
   if (kind != 'b' && kind != 'i' && kind != 'u' && kind != 'f')
     throw py::type_error(std::string("cannot make an image of dtype ") + py::str(input.dtype()).cast<std::string>());
   CheckDimensions(input);
-  const auto a = py::array_t<float>::ensure(input);  // a float32 copy unless it is one already
+  auto a = py::array_t<float>::ensure(input);  // a float32 copy unless it is one already
   if (!a) throw py::error_already_set();
+  for (py::ssize_t i = 0; i < a.ndim(); ++i)
+    if (a.strides(i) % py::ssize_t(sizeof(float)) != 0) {  // steps that are not whole samples
+      a = py::array_t<float, py::array::c_style | py::array::forcecast>::ensure(a);
+      break;
+    }
   const Layout l = LayoutOf(a);
   auto manager = MakeManager(store, memory);
   const float *data = a.data();

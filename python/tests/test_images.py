@@ -35,9 +35,13 @@ def test_from_array_converts_every_numeric_dtype_and_layout(dtype, layout, store
 
 
 def test_non_contiguous_input_and_levels():
-    a = pattern(20, 30)[::2, ::3]  # strided view
+    a = pattern(20, 30)[::-2, ::3]  # strided, reversed view
     img = qorimg.Image.from_array(a, levels=[(1.0, 2.0)])
     assert np.array_equal(img.to_array(), a)
+    packed = np.zeros(12, dtype=[("tag", "u1"), ("v", "<f4")])  # samples 5 bytes apart
+    packed["v"] = np.arange(12)
+    assert np.array_equal(qorimg.Image.from_array(packed["v"].reshape(3, 4)).to_array(),
+                          np.arange(12, dtype=np.float32).reshape(3, 4))
     assert img.levels == [(1.0, 2.0)]
     img.levels = (5.0, 6.0)
     assert img.levels == [(5.0, 6.0)]
