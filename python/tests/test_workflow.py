@@ -46,3 +46,16 @@ def test_stretch_and_refusals(frames):
         W.stack_band(frames, SHIFTS, [(0, 1)], 0, 8)
     with pytest.raises(RuntimeError, match="no more"):
         W.stack(frames, SHIFTS, progress=lambda p: (_ for _ in ()).throw(RuntimeError("no more")))
+
+
+def test_master_and_calibration_follow_their_formulas():
+    arrays = [pattern(20, 30, seed=s) for s in range(3)]
+    frames = [Q.Image.from_array(a) for a in arrays]
+    master = W.build_master(W.MasterKind.DARK, frames, combine=W.Combine.MEDIAN)
+    assert master["combine"] == W.Combine.MEDIAN
+    assert np.array_equal(master["image"].to_array(), np.median(np.stack(arrays), axis=0))
+    flat = Q.Image.from_array(np.full((20, 30), 2.0, np.float32))
+    light = W.calibrate(frames[0], 10.0, {"dark": frames[1], "flat": flat, "pedestal": 5.0})
+    want = ((arrays[0].astype(np.float64) - arrays[1]) / 2.0 + 5.0).astype(np.float32)
+    assert np.array_equal(light.to_array(), want)
+    assert np.array_equal(frames[0].to_array(), arrays[0])  # the light itself is left alone
