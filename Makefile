@@ -5,7 +5,7 @@ JOBS ?= $(shell nproc)
 SHELL := /bin/bash
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build test demo bench sanitize install clean
+.PHONY: deps configure build test demo bench bench-e2e sanitize install clean
 
 deps:
 	@scripts/install-deps
@@ -30,6 +30,13 @@ demo: configure
 bench: configure
 	@cmake --build $(BUILD) -j $(JOBS) --target benchmarks
 	@scripts/run-bench $(BUILD)
+
+# A generated night of 16 frames reduced on a local Dask cluster of 2 workers
+# against the same reduction in one process.
+bench-e2e: build
+	@mkdir -p $(BUILD)/bench
+	@PYTHONPATH=$(BUILD)/python /usr/bin/python3 examples/reduce_night.py --compare 2>/dev/null | tee $(BUILD)/bench/e2e.txt
+	@grep '^ratio' $(BUILD)/bench/e2e.txt >> $(BUILD)/bench/results.txt
 
 sanitize: deps
 	@cmake -S . -B $(SANITIZE_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQORIMG_SANITIZE=ON -DQORIMG_BENCH=OFF >/dev/null
